@@ -1,0 +1,125 @@
+#include "intake/stats_processing.h"
+
+#include "encode/encoders.h"
+#include "frame/log.h"
+#include "perf/report_perf.h"
+#include "tasks/task_registry.h"
+#include "tasks/task_upload.h"
+
+namespace tarq {
+namespace {
+
+/// All that tells a kind from the others.
+template <class EntryRecord>
+struct Kind {
+  using Entry = EntryRecord;
+  uint32_t msgId;
+  uint32_t (*unpack)(const void* payload, uint32_t length, StatisticsList* list);
+  void (*free)(StatisticsList* list);
+  uint32_t countWord;  ///< which word of the statistics list holds the entry count
+  uint32_t arrayWord;  ///< and which the entry array's address
+  int32_t (*encodeJson)(const Entry* entry, char* out, uint32_t room);
+  int32_t (*encodeGpb)(const Entry* entry, uint8_t* out, uint32_t room);
+};
+
+constexpr Kind<NativeIpEntry> kNativeIp = {
+    kNativeIpMsgId,
+    ntvtarq_entry_list_savro__unpack,
+    ntvtarq_entry_list_savro_free__unpacked,
+    2,
+    1,
+    SAVRO_NTVTARQ_JSON_EncodeMsg,
+    SAVRO_NTVTARQ_GPB_EncodeMsg,
+};
+constexpr Kind<FlowEntry> kFlow = {
+    kFlowMsgId,
+    tarq_flow_statistics_list_to_savro__unpack,
+    tarq_flow_statistics_list_to_savro_free__unpacked,
+    0,
+    1,
+    SAVRO_TARQ_FLOW_JSON_EncodeMsg,
+    SAVRO_TARQ_FLOW_GPB_EncodeMsg,
+};
+constexpr Kind<FlowHopEntry> kFlowHop = {
+    kFlowHopMsgId,
+    tarq_flow_hop_statistics_list_to_savro__unpack,
+    tarq_flow_hop_statistics_list_to_savro_free__unpacked,
+    0,
+    1,
+    SAVRO_TARQ_FLOWHOP_JSON_EncodeMsg,
+    SAVRO_TARQ_FLOWHOP_GPB_EncodeMsg,
+};
+
+/// Number under which a record is accounted: the low 32 bits of its period id.
+template <class Entry>
+uint32_t PeriodOf(const Entry* entry) {
+  return static_cast<uint32_t>(entry->periodId);
+}
+
+/// Encodes the record behind those already in `buffer`; the encoder's result.
+template <class Entry>
+int32_t EncodeAtEnd(const Kind<Entry>& kind, const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
+  uint8_t* out = buffer->data + buffer->dataLen;
+  const uint32_t room = kSampleDataCapacity - buffer->dataLen;
+  return codeType == kCodeTypeJson ? kind.encodeJson(entry, reinterpret_cast<char*>(out), room)
+                                   : kind.encodeGpb(entry, out, room);
+}
+
+template <class Entry>
+void AppendRecord(const Kind<Entry>& kind, const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
+  int32_t length = EncodeAtEnd(kind, entry, buffer, codeType);
+  if (length == kEncodeNoRoom && buffer->dataLen != 0) {
+    SAVRO_TARQ_TASK_UploadStatsData(kind.msgId, buffer, codeType);
+    buffer->recordCount = 0;
+    buffer->dataLen = 0;
+    length = EncodeAtEnd(kind, entry, buffer, codeType);
+  }
+  if (length <= 0) {
+    TARQ_LOG(kLogFailure, "[%s:%d][STATS_EncodeStatsData] Stats data encode failed, ret: %d.", length);
+    return;
+  }
+  ++buffer->recordCount;
+  buffer->dataLen += static_cast<uint32_t>(length);
+  SAVRO_TARQ_UpdateReportPerfOutItemCnt(PeriodOf(entry), 1, static_cast<uint32_t>(length));
+}
+
+template <class Entry>
+void EncodeRecord(const Kind<Entry>& kind, uint32_t kindEncodeType, const Entry* entry, SampleBuffer* json,
+                  SampleBuffer* gpb) {
+  if (WantsJson(kindEncodeType)) AppendRecord(kind, entry, json, kCodeTypeJson);
+  if (WantsGpb(kindEncodeType)) AppendRecord(kind, entry, gpb, kCodeTypeGpb);
+}
+
+template <class Entry>
+uint32_t ProcessMessage(const Kind<Entry>& kind, uint32_t kindEncodeType, const StatsMessage* message,
+                        SampleBuffer* gpb, SampleBuffer* json) {
+  StatisticsList list = {};
+  kind.unpack(message->payload(), message->msgLen, &list);
+  const auto* entries = reinterpret_cast<const Entry*>(list.words[kind.arrayWord]);
+  const uint32_t count = entries == nullptr ? 0 : static_cast<uint32_t>(list.words[kind.countWord]);
+  for (uint32_t i = 0; i < count; ++i) {
+    const Entry* entry = &entries[i];
+    SAVRO_TARQ_UpdateReportPerfInWuxItermCnt(PeriodOf(entry), 1, sizeof(Entry));
+    EncodeRecord(kind, kindEncodeType, entry, json, gpb);
+  }
+  kind.free(&list);
+  return count;
+}
+
+}  // namespace
+
+// clang-format off
+uint32_t SAVRO_NTVTARQ_STATS_StatsMsgProc     (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage(kNativeIp, type, m, gpb, json); }
+uint32_t SAVRO_TARQ_FLOW_STATS_StatsMsgProc   (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage(kFlow,     type, m, gpb, json); }
+uint32_t SAVRO_TARQ_FLOWHOP_STATS_StatsMsgProc(uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage(kFlowHop,  type, m, gpb, json); }
+
+void SAVRO_NTVTARQ_STATS_Encode     (uint32_t type, const NativeIpEntry* e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord(kNativeIp, type, e, json, gpb); }
+void SAVRO_TARQ_FLOW_STATS_Encode   (uint32_t type, const FlowEntry*     e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord(kFlow,     type, e, json, gpb); }
+void SAVRO_TARQ_FLOWHOP_STATS_Encode(uint32_t type, const FlowHopEntry*  e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord(kFlowHop,  type, e, json, gpb); }
+
+void SAVRO_NTVTARQ_STATS_EncodeStatsData     (const NativeIpEntry* e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord(kNativeIp, e, buffer, codeType); }
+void SAVRO_TARQ_FLOW_STATS_EncodeStatsData   (const FlowEntry*     e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord(kFlow,     e, buffer, codeType); }
+void SAVRO_TARQ_FLOWHOP_STATS_EncodeStatsData(const FlowHopEntry*  e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord(kFlowHop,  e, buffer, codeType); }
+// clang-format on
+
+}  // namespace tarq

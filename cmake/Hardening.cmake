@@ -2,7 +2,7 @@
 include(CheckPIESupported)
 check_pie_supported()
 
-add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Werror=return-type)
+add_compile_options(-Wall -Wextra -Wshadow $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> -Werror=return-type)
 if(TARQ_SANITIZE)
   add_compile_options(-fsanitize=${TARQ_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
   add_link_options(-fsanitize=${TARQ_SANITIZE})

@@ -1,0 +1,137 @@
+#include "host/options.h"
+
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <stdexcept>
+
+#include "host/log.h"
+#include "standin/packed_list.h"
+#include "standin/standin.h"
+
+namespace tarq::host {
+namespace {
+
+constexpr const char* kDescription =
+    "Loads the flow telemetry module, subscribes to its sample paths and delivers the samples.\n"
+    "SIGINT, SIGTERM or the end of --duration ends it in order, with a summary on standard error;\n"
+    "a second signal ends it at once.";
+
+std::string Footer() {
+  return fmt::format(
+      R"(Kinds: native-ip, flow, flow-hop, or a whole sample path. Encodings: json, gpb.
+
+Samples come every 3 seconds while there are records. INTERVAL (a number with ms, s, m or h; default 10s, at most
+{}ms) is the period after which a sample says that a report interval has ended (active_report_end).
+
+Examples:
+  tarq-host                                           all kinds in JSON, on standard output
+  tarq-host --subscribe flow:json:10s | jq .data      flow records only
+  tarq-host --subscribe native-ip:gpb --output DIR    GPB samples as files:
+    protoc --decode=tarq.Tarq -I schema schema/tarq.proto < DIR/SAMPLE.pb
+  tarq-host --db perf.db --duration 60                keep the period table:
+    sqlite3 perf.db 'select * from tarq_savro_report_perf'
+
+Limits: {} subscriptions; {} connections of at most {} bytes a message, {} s for a frame to complete;
+{} bytes of samples on their way to the queues; {} log lines waiting to be written.
+
+Exit codes: 0 nothing was lost or failed; 1 something was, the summary names it; 2 bad usage or the start failed.)",
+      kMaxIntervalMs, kMaxSubscriptions, standin::kMaxConnections, wire::kMaxMessageLength,
+      standin::kHalfFrameTimeout.count(), standin::kMaxPendingBytes, kMaxWaitingLogLines);
+}
+
+const std::map<std::string, Format> kFormats{
+    {"auto", Format::kAuto}, {"lines", Format::kLines}, {"pretty", Format::kPretty}};
+
+/// The command line as it is typed, before it is turned into `Options`.
+struct Raw {
+  std::vector<std::string> subscriptions;
+  std::string format = "auto";
+  double duration = 0;
+  double drainTimeout = std::chrono::duration<double>(kDefaultDrainTimeout).count();
+  uint32_t port = wire::kDefaultChannelPort;
+};
+
+/// As `CLI::Range`, which lets "nan" pass.
+CLI::Validator SecondsBetween(double least, double most) {
+  auto check = [least, most](const std::string& text) {
+    double seconds = 0;
+    bool good = CLI::detail::lexical_cast(text, seconds) && seconds >= least && seconds <= most;
+    return good ? std::string() : fmt::format("\"{}\" is no number of seconds from {} to {}", text, least, most);
+  };
+  return CLI::Validator(check, "");
+}
+
+std::chrono::milliseconds Milliseconds(double seconds) {
+  return std::chrono::milliseconds(static_cast<int64_t>(seconds * 1000));
+}
+
+void Declare(CLI::App& app, Options& options, Raw& raw) {
+  app.set_version_flag("--version", "tarq-host " TARQ_VERSION);
+  app.footer(Footer());
+  app.add_option("--subscribe", raw.subscriptions, "KIND:ENCODING[:INTERVAL], repeatable; default every kind in JSON")
+      ->type_name("TEXT")
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--output", options.output, "Directory that gets a file per sample; default \"-\", standard output")
+      ->type_name("DIR");
+  app.add_option("--format", raw.format,
+                 "On standard output: JSON lines, or a readable text; auto takes that on a terminal")
+      ->check(CLI::IsMember(&kFormats).description(""))
+      ->type_name("auto|lines|pretty")
+      ->capture_default_str();
+  app.add_option("--db", options.database, "SQLite file for the period table; default in memory")->type_name("FILE");
+  app.add_option("--log-level", options.logLevel, "Least level of log lines")
+      ->check(CLI::IsMember({"debug", "info", "warn", "error"}).description(""))
+      ->type_name("debug|info|warn|error")
+      ->capture_default_str();
+  app.add_option("--duration", raw.duration, "Ends by itself after that time")
+      ->check(SecondsBetween(0.001, kMaxDurationSeconds))
+      ->type_name("SECONDS");
+  app.add_option("--module", options.module, "The module; default libsavro_tarq.so beside this program, in ../module")
+      ->type_name("PATH");
+  app.add_option("--port", raw.port, "Port of the channel on 127.0.0.1; 0 takes a free one, which is logged")
+      ->check(CLI::Range(0u, 65535u).description(""))
+      ->envname("TARQ_CHANNEL_PORT")
+      ->type_name("0..65535")
+      ->capture_default_str();
+  app.add_option("--port-file", options.portFile, "Gets the channel's port as soon as messages are taken, for scripts")
+      ->type_name("FILE");
+  app.add_option("--queue-bytes", options.queueBytes,
+                 fmt::format("Bound of each subscription's queue, {} to {}; a full one drops its oldest samples",
+                             kMinQueueBytes, kMaxQueueBytes))
+      ->check(CLI::Range(kMinQueueBytes, kMaxQueueBytes).description(""))
+      ->type_name("BYTES")
+      ->capture_default_str();
+  app.add_option("--drain-timeout", raw.drainTimeout, "Time at the end for what was accepted to be delivered")
+      ->check(SecondsBetween(0, kMaxDrainSeconds))
+      ->type_name("SECONDS")
+      ->capture_default_str();
+}
+
+}  // namespace
+
+std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv) {
+  CLI::App app(kDescription, "tarq-host");
+  Options options;
+  Raw raw;
+  Declare(app, options, raw);
+  try {
+    app.parse(argc, argv);
+    options.subscriptions = ParseSubscriptions(raw.subscriptions);
+  } catch (const CLI::CallForHelp&) {
+    return EarlyExit{0, app.help()};
+  } catch (const CLI::CallForVersion& version) {
+    return EarlyExit{0, std::string(version.what()) + "\n"};
+  } catch (const std::exception& error) {
+    return EarlyExit{2, fmt::format("tarq-host: {} (see --help)\n", error.what())};
+  }
+  options.format = kFormats.at(raw.format);
+  if (app.count("--duration")) options.duration = Milliseconds(raw.duration);
+  if (app.count("--port")) options.port = static_cast<uint16_t>(raw.port);
+  options.drainTimeout = Milliseconds(raw.drainTimeout);
+  return options;
+}
+
+}  // namespace tarq::host

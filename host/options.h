@@ -1,0 +1,50 @@
+// The command line.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "host/delivery.h"
+#include "host/subscriptions.h"
+
+namespace tarq::host {
+
+inline constexpr std::chrono::seconds kDefaultDrainTimeout{10};
+inline constexpr double kMaxDrainSeconds = 3600;
+/// Longest `--duration`: ten years.
+inline constexpr double kMaxDurationSeconds = 10 * 366 * 86400.0;
+
+enum class Format {
+  kAuto,    ///< readable on a terminal, JSON lines elsewhere
+  kLines,   ///< JSON lines
+  kPretty,  ///< readable
+};
+
+struct Options {
+  std::vector<Subscription> subscriptions;
+  std::string output = "-";  ///< "-" for standard output, else a directory
+  Format format = Format::kAuto;
+  std::string database;  ///< SQLite file; memory when empty
+  std::string logLevel = "info";
+  std::optional<std::chrono::milliseconds> duration;
+  std::string module;            ///< found by itself when empty
+  std::optional<uint16_t> port;  ///< 0 for a free one; the module's own when absent
+  std::string portFile;          ///< none when empty
+  size_t queueBytes = kDefaultQueueBytes;
+  std::chrono::milliseconds drainTimeout = kDefaultDrainTimeout;
+};
+
+/// What the program says and returns instead of running.
+struct EarlyExit {
+  int code;          ///< 0 for help and version, 2 for bad usage
+  std::string text;  ///< for standard output with code 0, else one line for standard error
+};
+
+/// Reads the command line.
+std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv);
+
+}  // namespace tarq::host

@@ -1,0 +1,118 @@
+#include "host/output_writer.h"
+
+#include <spdlog/spdlog.h>
+
+#include <utility>
+
+namespace tarq::host {
+
+OutputWriter::OutputWriter(std::unique_ptr<Output> output, std::vector<Subscription> subscriptions, size_t queueBytes,
+                           std::function<void()> onGone)
+    : output_(std::move(output)),
+      subscriptions_(std::move(subscriptions)),
+      onGone_(std::move(onGone)),
+      queues_(subscriptions_.size(), SampleQueue(queueBytes)),
+      counters_(subscriptions_.size()),
+      thread_([this] { Run(); }) {}
+
+OutputWriter::~OutputWriter() {
+  if (thread_.joinable()) Stop(Deadline::max());
+}
+
+void OutputWriter::Push(size_t slot, standin::Sample&& sample) {
+  bool lossBegan;
+  {
+    std::lock_guard lock(mutex_);
+    counters_[slot].received.Add(sample.recordCount);
+    lossBegan = queues_[slot].Push(std::move(sample));
+  }
+  work_.notify_one();
+  if (lossBegan) {
+    spdlog::warn("{}: {} is too slow, the queue is full; its oldest samples are dropped", subscriptions_[slot].text(),
+                 name());
+  }
+}
+
+bool OutputWriter::WaitIdle(Deadline deadline) {
+  std::unique_lock lock(mutex_);
+  return progress_.wait_until(lock, deadline, [this] { return !writing_ && !NextSlot(); });
+}
+
+bool OutputWriter::Stop(Deadline deadline) {
+  {
+    std::unique_lock lock(mutex_);
+    stopping_ = true;
+    work_.notify_one();
+    if (deadline == Deadline::max()) {
+      progress_.wait(lock, [this] { return ended_; });
+    } else if (!progress_.wait_until(lock, deadline, [this] { return ended_; })) {
+      return false;
+    }
+  }
+  if (thread_.joinable()) thread_.join();
+  return true;
+}
+
+SubscriptionCounters OutputWriter::counters(size_t slot) const {
+  std::lock_guard lock(mutex_);
+  SubscriptionCounters counters = counters_[slot];
+  counters.dropped = queues_[slot].dropped();
+  auto waiting = [&](uint64_t SampleCount::*count) {
+    return counters.received.*count - counters.delivered.*count - counters.dropped.*count - counters.failed.*count;
+  };
+  counters.waiting = {waiting(&SampleCount::samples), waiting(&SampleCount::records)};
+  return counters;
+}
+
+std::string OutputWriter::goneReason() const {
+  std::lock_guard lock(mutex_);
+  return goneReason_;
+}
+
+void OutputWriter::Run() {
+  std::unique_lock lock(mutex_);
+  while (true) {
+    work_.wait(lock, [this] { return stopping_ || NextSlot(); });
+    if (stopping_) break;
+    size_t slot = *NextSlot();
+    turn_ = slot + 1;
+    standin::Sample sample = *queues_[slot].Pop();
+    Account(slot, sample, WriteUnlocked(lock, slot, sample));
+    progress_.notify_all();
+  }
+  ended_ = true;
+  progress_.notify_all();
+}
+
+std::optional<size_t> OutputWriter::NextSlot() const {
+  for (size_t i = 0; i < queues_.size(); ++i) {
+    size_t slot = (turn_ + i) % queues_.size();
+    if (!queues_[slot].empty()) return slot;
+  }
+  return std::nullopt;
+}
+
+WriteResult OutputWriter::WriteUnlocked(std::unique_lock<std::mutex>& lock, size_t slot,
+                                        const standin::Sample& sample) {
+  if (!goneReason_.empty()) return {WriteResult::Outcome::kGone, goneReason_};
+  writing_ = true;
+  lock.unlock();
+  WriteResult result = output_->Write(subscriptions_[slot], sample);
+  lock.lock();
+  writing_ = false;
+  return result;
+}
+
+void OutputWriter::Account(size_t slot, const standin::Sample& sample, const WriteResult& result) {
+  bool delivered = result.outcome == WriteResult::Outcome::kDelivered;
+  (delivered ? counters_[slot].delivered : counters_[slot].failed).Add(sample.recordCount);
+  if (!delivered && !failing_) spdlog::error("{}: {}; samples are lost", name(), result.reason);
+  if (delivered && failing_) spdlog::info("{}: takes samples again", name());
+  failing_ = !delivered;
+  if (result.outcome == WriteResult::Outcome::kGone && goneReason_.empty()) {
+    goneReason_ = result.reason;
+    onGone_();
+  }
+}
+
+}  // namespace tarq::host

@@ -1,0 +1,44 @@
+#include "meter/flow_table.h"
+
+#include <random>
+
+#include "meter/mix.h"
+
+namespace tarq::meter {
+namespace {
+
+uint64_t HashOf(const FlowKey& key, uint64_t seed) {
+  uint64_t hash = seed;
+  for (const uint64_t word : Words(key)) hash = Mix(hash ^ word) + kGoldenRatio;
+  return hash;
+}
+
+uint64_t RandomSeed() {
+  std::random_device device;
+  return uint64_t{device()} << 32 | device();
+}
+
+constexpr size_t kFirstBuckets = 1024;
+
+}  // namespace
+
+uint64_t FlowId(const FlowKey& key) { return HashOf(key, 0); }
+
+size_t FlowTable::Hash::operator()(const FlowKey& key) const { return HashOf(key, seed); }
+
+FlowTable::FlowTable(size_t maxFlows) : maxFlows_(maxFlows), flows_(kFirstBuckets, Hash{RandomSeed()}) {}
+
+bool FlowTable::Count(const PacketFacts& facts, Timestamp time) {
+  auto flow = flows_.find(facts.key);
+  if (flow == flows_.end()) {
+    if (flows_.size() >= maxFlows_) return false;
+    const FlowCounts opened{0, 0, time, time, facts.dscp, facts.direction, facts.sourceMac};
+    flow = flows_.emplace(facts.key, opened).first;
+  }
+  flow->second.packets += 1;
+  flow->second.bytes += facts.ipBytes;
+  flow->second.last = time;
+  return true;
+}
+
+}  // namespace tarq::meter

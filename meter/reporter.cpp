@@ -1,0 +1,44 @@
+#include "meter/reporter.h"
+
+#include <utility>
+
+#include "meter/records.h"
+
+namespace tarq::meter {
+
+Reporter::Reporter(uint32_t periodSeconds, uint32_t messageBytes, InterfaceNames& names, Emit emit)
+    : periodSeconds_(periodSeconds),
+      names_(names),
+      emit_(std::move(emit)),
+      flowPacker_(messageBytes),
+      flowHopPacker_(messageBytes),
+      nativeIpPacker_(messageBytes) {}
+
+void Reporter::Report(uint64_t periodId, const FlowTable& flows) {
+  for (const auto& [key, counts] : flows) {
+    const FlowReport report{key, counts, periodId, periodSeconds_, names_.NameOf(key.ifIndex)};
+    Add(Kind::kFlow, flowPacker_, MakeFlowEntry(report));
+    Add(Kind::kFlowHop, flowHopPacker_, MakeFlowHopEntry(report));
+    if (key.addressFamily == 0) Add(Kind::kNativeIp, nativeIpPacker_, MakeNativeIpEntry(report, services_));
+  }
+  EmitList(Kind::kFlow, flowPacker_);
+  EmitList(Kind::kFlowHop, flowHopPacker_);
+  EmitList(Kind::kNativeIp, nativeIpPacker_);
+  periods_ += 1;
+  flows_ += flows.size();
+}
+
+template <class Entry>
+void Reporter::Add(Kind kind, wire::ListPacker<Entry>& packer, const Entry& entry) {
+  if (packer.Add(entry)) return;
+  EmitList(kind, packer);
+  packer.Add(entry);
+}
+
+template <class Entry>
+void Reporter::EmitList(Kind kind, wire::ListPacker<Entry>& packer) {
+  const uint32_t records = packer.count();
+  if (records != 0) emit_(kind, packer.Take(), records);
+}
+
+}  // namespace tarq::meter

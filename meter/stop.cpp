@@ -1,0 +1,41 @@
+#include "meter/stop.h"
+
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+namespace tarq::meter {
+namespace {
+
+int g_stopDescriptor = -1;  // what the handler writes to
+volatile sig_atomic_t g_stopRequested = 0;
+
+void OnSignal(int) {
+  const int savedError = errno;
+  g_stopRequested = 1;
+  const uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(g_stopDescriptor, &one, sizeof one);
+  errno = savedError;
+}
+
+}  // namespace
+
+StopRequest::StopRequest(std::chrono::milliseconds duration) {
+  g_stopDescriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  struct sigaction action {};
+  action.sa_handler = OnSignal;
+  // Without SA_RESTART, so that reading a capture from a pipe ends, too.
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  for (const int signal : {SIGINT, SIGTERM, SIGALRM}) sigaction(signal, &action, nullptr);
+  const itimerval timer{{0, 0}, {duration.count() / 1000, duration.count() % 1000 * 1000}};
+  if (duration.count() > 0) setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+int StopRequest::descriptor() const { return g_stopDescriptor; }
+bool StopRequest::requested() const { return g_stopRequested != 0; }
+
+}  // namespace tarq::meter

@@ -1,0 +1,66 @@
+// Command lines and subscription texts, good and bad.
+#include "host/options.h"
+
+#include <gmock/gmock.h>
+
+#include <tuple>
+
+namespace tarq::host {
+namespace {
+
+std::variant<Options, EarlyExit> Parse(std::vector<const char*> arguments) {
+  arguments.insert(arguments.begin(), "tarq-host");
+  return ParseOptions(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(Options, ValuesArriveAndSubscriptionsAreNumbered) {
+  auto options = std::get<Options>(Parse({"--port", "0", "--duration", "0.5"}));
+  ASSERT_EQ(options.subscriptions.size(), 3u);
+  EXPECT_EQ(options.subscriptions[2].taskId(), 3u);
+  EXPECT_EQ(options.subscriptions[2].tlmId(), 1002u);
+  EXPECT_EQ(options.port, 0);
+  EXPECT_EQ(options.duration, std::chrono::milliseconds(500));
+}
+
+TEST(Options, SubscriptionTextsAreRead) {
+  const std::string path = "quorin-tarq:tarq/quorin-tarq-statistics:flow-hop-statistics/flow-hop-statistic";
+  const std::tuple<std::string, std::string, uint32_t> cases[] = {
+      {"flow:json", "flow:json", 10'000},
+      {"native-ip:gpb:500ms", "native-ip:gpb", 500},
+      {path + ":json", "flow-hop:json", 10'000},
+      {path + ":gpb:1h", "flow-hop:gpb", 3'600'000},
+      {"flow:gpb:4294967295ms", "flow:gpb", UINT32_MAX},
+  };
+  for (const auto& [text, kindAndEncoding, intervalMs] : cases) {
+    EXPECT_EQ(ParseSubscription(text).text(), kindAndEncoding);
+    EXPECT_EQ(ParseSubscription(text).intervalMs, intervalMs) << text;
+  }
+}
+
+TEST(Options, BadUsageIsCode2AndOneLineThatNamesTheValue) {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {"--port", "65536", "65536"},
+      {"--log-level", "loud", "loud"},
+      {"--format", "xml", "xml"},
+      {"--duration", "nan", "\"nan\""},
+      {"--queue-bytes", "1", "65536"},
+      {"--nonsense", "stray", "stray"},
+      {"--subscribe", "flow", "\"flow\": no encoding"},
+      {"--subscribe", "flow:json:gpb:1s", "unknown kind \"flow:json\""},
+      {"--subscribe", "flow:json:", "bad interval \"\""},
+      {"--subscribe", "flow:json:-1s", "bad interval \"-1s\""},
+      {"--subscribe", "flow:json:4294967296ms", "at most 4294967295ms"},
+      {"--subscribe", "flow:json:5124095576030432h", "bad interval"},  // wraps 64 bits to a small number
+  };
+  for (auto [option, value, message] : cases) {
+    auto parsed = Parse({option, value});
+    auto* exit = std::get_if<EarlyExit>(&parsed);
+    ASSERT_TRUE(exit) << "accepted: " << value;
+    EXPECT_EQ(exit->code, 2);
+    EXPECT_THAT(exit->text, testing::HasSubstr(message));
+    EXPECT_EQ(exit->text.find('\n'), exit->text.size() - 1) << exit->text;
+  }
+}
+
+}  // namespace
+}  // namespace tarq::host

@@ -1,0 +1,228 @@
+#include <gmock/gmock.h>
+
+#include "intake/collection_cycle.h"
+#include "intake/stats_processing.h"
+#include "runtime/stats_queue.h"
+#include "support/kinds.h"
+
+namespace tarq::test {
+namespace {
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// "taskId:recordCount" of each upload, in order.
+std::vector<std::string> Delivered(const Platform& platform) {
+  std::vector<std::string> delivered;
+  for (const Upload& u : platform.uploads)
+    delivered.push_back(std::to_string(u.taskId) + ":" + std::to_string(u.recordCount));
+  return delivered;
+}
+
+EACH_KIND_SUITE(CycleOfEachKind);
+
+TEST_P(CycleOfEachKind, ReachesItsTasksInTheirEncodingJsonFirst) {
+  const KindCase& kind = GetParam();
+  const std::string records = Records(kind, 3);
+  Add(kind, 7, 10, Description(kCodeTypeGpb));
+  Add(kind, 7, 11, Description(kCodeTypeJson));
+  Add(kind, 7, 12, Description(kCodeTypeGpb));
+  Add(kind, 7, 13, Description(9));
+  platform.Deliver({Message(kind.msgId, records), Message(kind.msgId, records)});
+  platform.Fail("SampleDataUpload", 1, 2);  // what one task refuses, the others still get
+  platform.Tick(3);
+  EXPECT_THAT(Delivered(platform), ElementsAre("11:6", "10:6"));
+  EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[NTVTARQ_UploadDataToTlm] SampleDataUpload failed, ret: 9."));
+  EXPECT_EQ(platform.uploads[0].collectTimestamp, 1'700'000'000'123u);
+  EXPECT_THAT(platform.uploads[0].data, testing::StartsWith(kind.jsonHeader));
+  EXPECT_EQ(platform.rows[0].in_wux_item_count, 6u);
+  EXPECT_EQ(platform.rows[0].in_wux_item_byte_count, 6 * kind.entrySize);
+  EXPECT_EQ(platform.rows[0].out_item_count, 12u) << "once per encoding";
+  EXPECT_EQ(platform.rows[0].out_item_byte_count,
+            platform.uploads[1].data.size() + platform.uploads[0].data.size() - strlen(kind.jsonHeader) - 3);
+
+  platform.uploads.clear();
+  const size_t buffers = platform.buffers.size();
+  platform.Tick(3);
+  EXPECT_THAT(platform.uploads, IsEmpty());
+  EXPECT_EQ(platform.buffers.size(), buffers);
+}
+
+TEST_P(CycleOfEachKind, FullBufferIsUploadedAndTheRecordOpensTheNextOne) {
+  const KindCase& kind = GetParam();
+  for (const uint32_t codeType : {0u, 1u}) {
+    Add(kind, 7, 20, Description(codeType));
+    const std::string records = Records(kind, 1100);
+    platform.uploads.clear();
+    platform.Deliver({Message(kind.msgId, records)});
+    platform.Tick(3);
+    ASSERT_GT(platform.uploads.size(), 1u);
+    uint32_t total = 0;
+    const size_t fragment = platform.uploads[0].data.size() / platform.uploads[0].recordCount;
+    const size_t least = codeType == 0 ? fragment
+                                       : (kind.msgId == kFlowMsgId      ? 1197
+                                          : kind.msgId == kFlowHopMsgId ? 839
+                                                                        : 961);
+    for (const Upload& upload : platform.uploads) {
+      total += upload.recordCount;
+      if (&upload == &platform.uploads.back()) break;
+      EXPECT_LT(kSampleDataCapacity - (upload.data.size() - (codeType ? strlen(kind.jsonHeader) + 3 : 0)), least)
+          << "flushed ahead of time";
+    }
+    EXPECT_EQ(total, 1100u);
+  }
+}
+
+TEST_P(CycleOfEachKind, CycleStopsAfter2000RecordsAndARoundOfItsOwnTakesTheRest) {
+  const KindCase& kind = GetParam();
+  Add(kind, 7, 1, Description(kCodeTypeGpb));
+  const std::string first = Records(kind, 1500), second = Records(kind, 600), third = Records(kind, 1);
+  platform.Deliver({Message(kind.msgId, first), Message(kind.msgId, second), Message(kind.msgId, third)});
+  const uint32_t second5 = 5;
+  EXPECT_EQ(SAVRO_TARQ_STATS_UploadStatsData(&second5, 4), 0u);
+  EXPECT_THAT(platform.QueueNamed("SavroNtvTarqStatsQue")->elements, SizeIs(1));
+  const Queue* events = platform.QueueNamed("SAVRO_TARQ_EVENT");
+  ASSERT_THAT(events->elements, SizeIs(1));
+  EXPECT_EQ(reinterpret_cast<uint32_t*>(events->elements[0])[2], 5u) << "the same second";
+  EXPECT_EQ(platform.rows[0].in_wux_item_count, 2100u);
+  platform.RunWorker();
+  EXPECT_EQ(platform.rows[0].in_wux_item_count, 2101u);
+}
+
+TEST_F(StartedTest, TheFirstUnwantedMessageEndsABatchAndTasksDeletedMeanwhileCostNothing) {
+  const std::string flow = Records(kKinds[1], 1), native = Records(kKinds[0], 1);
+  Add(kKinds[1], 7, 1, Description(kCodeTypeGpb));
+  EXPECT_EQ(platform.Deliver({Message(kFlowMsgId, flow), Message(kNativeIpMsgId, native), Message(kFlowMsgId, flow)}),
+            0u);
+  EXPECT_THAT(platform.QueueNamed("SavroNtvTarqStatsQue")->elements, SizeIs(1));
+  EXPECT_EQ(platform.Deliver({Message(1, flow)}), 0u);
+  EXPECT_EQ(platform.channel.onReceive(nullptr, nullptr, 1), 1u);
+  EXPECT_EQ(platform.Deliver({}), 1u);
+  EXPECT_EQ(platform.Deliver({{flow.data(), kFlowMsgId, 0},
+                              {nullptr, kFlowMsgId, 9},
+                              {flow.data(), kFlowMsgId, 0xFFFFFFF8},
+                              Message(kFlowMsgId, flow)}),
+            0u);
+  EXPECT_THAT(platform.QueueNamed("SavroNtvTarqStatsQue")->elements, SizeIs(2));
+  EXPECT_THAT(platform.Texts(kLogFailure),
+              ElementsAre("[STATS_IPC_RecvMsgProc] Revc msg is null.", "[STATS_IPC_RecvMsgProc] Revc msg is null.",
+                          "[TARQ_STATS_IPC_PushMsgToStatsQue] invalid param, msgLen: 0,",
+                          "[TARQ_STATS_IPC_PushMsgToStatsQue] invalid param, msgLen: 9,",
+                          "[TARQ_STATS_IPC_PushMsgToStatsQue] Buff alloc failed buff is NULL, msgLen: 4294967288,"));
+  Delete(kKinds[1], 7, 1);
+  const size_t kept = platform.buffers.size() - 2;
+  platform.Tick(3);
+  EXPECT_EQ(platform.buffers.size(), kept + 6) << "both messages released; six sample buffers for good";
+  EXPECT_THAT(platform.uploads, IsEmpty());
+}
+
+TEST_F(StartedTest, MessagesThatCannotBeQueuedAreReleasedAndLogged) {
+  const std::string flow = Records(kKinds[1], 1);
+  Add(kKinds[1], 7, 1, Description(kCodeTypeGpb));
+  const size_t before = platform.buffers.size();
+  platform.Fail("memcpy_s");
+  platform.Deliver({Message(kFlowMsgId, flow)});
+  platform.Fail("BufAlloc");
+  platform.Deliver({Message(kFlowMsgId, flow)});
+  EXPECT_EQ(platform.buffers.size(), before);
+  for (int i = 0; i < 4097; ++i) platform.Deliver({Message(kFlowMsgId, flow)});
+  EXPECT_EQ(platform.buffers.size(), before + 4096);
+  const std::string refused = "[TARQ_STATS_IPC_PushMsgToStatsQue] Buff alloc failed buff is NULL, msgLen: 192,";
+  EXPECT_THAT(
+      platform.Texts(kLogFailure),
+      ElementsAre(refused, refused, "[NTVTARQ_STATS_QUE_Push] Write queue fail. eleCnt: 0, curr que element : 4096.",
+                  "[TARQ_STATS_IPC_PushMsgToStatsQue] Push msg to task queue failed, 1."));
+  SAVRO_TARQ_Destory();
+  EXPECT_EQ(SAVRO_TARQ_STATS_QUE_Push(nullptr), 1u);
+  EXPECT_EQ(SAVRO_TARQ_STATS_QUE_Pop(), nullptr);
+  EXPECT_EQ(platform.Texts(kLogFailure).back(), "[NTVTARQ_STATS_QUE_Push] Handle is NULL.");
+}
+
+struct BufferFault {
+  const char* call;
+  int nth;
+  const char* name;
+};
+void PrintTo(const BufferFault& fault, std::ostream* out) { *out << fault.call; }
+class MissingBuffer : public StartedTest, public testing::WithParamInterface<BufferFault> {};
+
+TEST_P(MissingBuffer, CostsItsKindOneCycleAndNoOtherKindAnything) {
+  std::vector<std::string> records;
+  for (const KindCase& kind : kKinds)
+    Add(kind, 7, 1 + (&kind - kKinds), Description(kCodeTypeGpb)), records.push_back(Records(kind, 1));
+  const auto deliverAll = [&] {
+    for (int i = 0; i < 3; ++i) platform.Deliver({Message(kKinds[i].msgId, records[i])});
+  };
+  deliverAll();
+  platform.Tick(2);
+  platform.Fail(GetParam().call, 1, GetParam().nth);  // BufAlloc: after the stats event's
+  platform.Tick();
+  EXPECT_THAT(Delivered(platform), ElementsAre("1:1", "3:1"));
+  EXPECT_THAT(platform.Texts(kLogFailure),
+              ElementsAre(std::string("[GetAndInitSampleDataBuff] Alloc buff failed, msgId: 3978077143, codeType: ") +
+                          GetParam().name));
+  platform.uploads.clear();
+  deliverAll();
+  platform.Tick(3);
+  EXPECT_THAT(Delivered(platform), ElementsAre("1:1", "2:1", "3:1"));
+}
+INSTANTIATE_TEST_SUITE_P(Faults, MissingBuffer,
+                         testing::Values(BufferFault{"BufAlloc", 4, "0"}, BufferFault{"BufAlloc", 5, "1"},
+                                         BufferFault{"memset_s", 3, "0"}, BufferFault{"memset_s", 4, "1"}),
+                         [](const auto& test) { return test.param.call + std::to_string(test.param.nth); });
+
+TEST_P(CycleOfEachKind, WhatCannotBeEncodedUnpackedOrUploadedIsDroppedAlone) {
+  const KindCase& kind = GetParam();
+  Add(kind, 7, 1, Description(kCodeTypeJson));
+  const std::string records = Records(kind, 3);
+  const auto cycle = [&](const char* fault, int nth) {
+    platform.uploads.clear();
+    platform.log.clear();
+    platform.Deliver({Message(kind.msgId, records)});
+    platform.Tick(2);
+    platform.Fail(fault, 1, nth);
+    platform.Tick();
+    platform.faults.clear();
+    return Delivered(platform);
+  };
+  EXPECT_THAT(cycle("sprintf_s", 4), ElementsAre("1:2"));
+  EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[STATS_EncodeStatsData] Stats data encode failed, ret: -1."));
+  EXPECT_THAT(cycle("unpack", 1), IsEmpty());
+  EXPECT_THAT(cycle("memcpy_s", 1), IsEmpty());
+  EXPECT_THAT(platform.Texts(kLogFailure),
+              ElementsAre("[NTVTARQ_TASK_FormatStatsData] Copy samlpeData failed, codetype: 1.",
+                          "[NTVTARQ_UploadDataToTlm] Format samlpeData failed, codetype: 1."));
+  EXPECT_THAT(cycle("BufAlloc", 2), IsEmpty());
+  EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[NTVTARQ_UploadDataToTlm] Alloc buff failed, codetype: 1."));
+  platform.table.SampleDataUpload = nullptr;
+  EXPECT_THAT(cycle("none", 1), IsEmpty());
+  EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[NTVTARQ_UploadDataToTlm] savroVtbl is NULL."));
+  EXPECT_EQ(platform.buffers.size(), 8u) << "task, period ring, six sample buffers";
+}
+
+TEST_F(StartedTest, AFailedClockStampsZeroAndAStrayMessageIsReleased) {
+  Add(kKinds[1], 7, 1, Description(kCodeTypeGpb));
+  const std::string flow = Records(kKinds[1], 1), odd = "no list";
+  platform.Deliver({Message(kFlowMsgId, flow), Message(kFlowMsgId, odd), Message(kFlowMsgId, flow)});
+  platform.Fail("gettimeofday", 3);
+  platform.Tick(3);
+  ASSERT_THAT(Delivered(platform), ElementsAre("1:2"));
+  EXPECT_EQ(platform.uploads[0].collectTimestamp, 0u);
+  EXPECT_THAT(platform.Texts(kLogFailure),
+              Each(HasSubstr("[NTVTARQ_STATS_GetTimestamps] Get collect timestamp failed")));
+
+  g_savroStatsMap[1].msgId = 1;  // the tables disagree
+  platform.Deliver({Message(kFlowMsgId, flow)});
+  const size_t kept = platform.buffers.size() - 1;
+  platform.Tick(3);
+  EXPECT_EQ(platform.buffers.size(), kept);
+  EXPECT_THAT(platform.Texts(kLogFailure),
+              testing::IsSupersetOf({"[NTVTARQ_STATS_UploadStatsData] GetStatsMap failed.",
+                                     "[TARQ_EVENT_Pop] Msg proc failed, ret: 1, msgType: 0."}));
+}
+
+}  // namespace
+}  // namespace tarq::test

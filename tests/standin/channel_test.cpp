@@ -1,0 +1,144 @@
+#include "platform/channel.h"
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <list>
+
+#include "standin/packed_list.h"
+#include "support.h"
+
+namespace tarq::standin {
+
+using Batch = std::vector<std::string>;  // each message as its identifier and payload
+Shared<Batch> g_batches;
+
+uint32_t Receive(void*, const MessageDescriptor* messages, uint32_t count) {
+  Batch batch;
+  for (const auto* one = messages; one < messages + count; ++one) {
+    batch.push_back(std::to_string(one->msgId) + ":");
+    if (one->payload != nullptr) batch.back().append(static_cast<const char*>(one->payload), one->msgLen);
+  }
+  g_batches.Add(std::move(batch));
+  return 1;
+}
+
+Batch Received() {
+  Batch all;
+  for (const Batch& batch : g_batches.Get()) all.insert(all.end(), batch.begin(), batch.end());
+  return all;
+}
+
+std::string Frame(uint32_t msgId, std::string_view payload, uint32_t more = 0) {
+  const uint32_t header[] = {msgId, static_cast<uint32_t>(payload.size()) + more};
+  return std::string(reinterpret_cast<const char*>(header), sizeof header).append(payload);
+}
+
+struct Sender {
+  explicit Sender(uint16_t port) {
+    const sockaddr_in address{AF_INET, htons(port), {inet_addr("127.0.0.1")}, {}};
+    EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  }
+  ~Sender() { close(fd); }
+  bool Send(std::string_view bytes) {
+    return send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == ssize_t(bytes.size());
+  }
+  /// The server's end: 0 for an orderly one, -1 for a reset.
+  ssize_t AwaitEnd() { return recv(fd, std::string(1, 0).data(), 1, 0); }
+  bool Confirmed() { return shutdown(fd, SHUT_WR), AwaitEnd() == 0; }
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+};
+
+struct Channel : testing::Test {
+  FailureLines failures;
+  RunningLoop loop;
+  uint64_t server = 0;
+  uint16_t port = (SetChannelPort(0), Start(), ChannelPort());
+  ~Channel() override { WUX_CHAN_UCServerDestory(server); }
+  uint32_t Start(const char* address = "127.0.0.1") {
+    const ChannelConfig config{{inet_addr(address), 0, 0}, {}, 25, loop.id, Receive, {}};
+    return WUX_CHAN_UCServer("TEST", 0, &config, &server);
+  }
+};
+
+TEST_F(Channel, FramesArriveWholeWhereverTheyAreCut) {
+  const std::string bytes = Frame(1, "first") + Frame(2, "") + Frame(3, std::string(wire::kMaxMessageLength, 'x'));
+  const Batch messages = {"1:first", "2:", "3:" + std::string(wire::kMaxMessageLength, 'x')};
+  for (size_t cut = 1; cut <= 40; ++cut) {
+    g_batches.items.clear();
+    Sender sender(port);
+    sender.Send(bytes.substr(0, cut));
+    const size_t whole = cut >= 21 ? 2 : cut >= 13 ? 1 : 0;
+    ASSERT_TRUE(Eventually([&] { return Received().size() == whole; }));
+    EXPECT_THAT(g_batches.Get(), SizeIs(whole > 0)) << "one batch per read";
+    ASSERT_TRUE(sender.Send(bytes.substr(cut)) && sender.Confirmed()) << cut;
+    EXPECT_TRUE(Received() == messages) << cut;
+  }
+}
+
+TEST_F(Channel, FaultClosesItsConnectionAloneWithOneLine) {
+  Sender other(port);
+  other.Send(Frame(5, "half").substr(0, 9));
+  const std::string tooLong = Frame(1, "kept") + Frame(2, "", wire::kMaxMessageLength + 1) + "rest";
+  for (const auto& [bytes, reason] :
+       {std::pair(tooLong, "limit of 1048576"), {Frame(3, "cut", 10), "middle of a frame"}}) {
+    Sender sender(port);
+    sender.Send(bytes);
+    EXPECT_FALSE(sender.Confirmed());
+    ASSERT_TRUE(
+        Eventually([&, text = reason] { return testing::Value(failures.Get(), testing::Contains(HasSubstr(text))); }));
+  }
+  EXPECT_TRUE(other.Send(Frame(5, "half").substr(9)) && other.Confirmed());
+  EXPECT_THAT(Received(), ElementsAre("1:kept", "5:half"));
+  EXPECT_THAT(failures.Get(), SizeIs(2));
+}
+
+TEST_F(Channel, HalfFrameTimesOutEvenWhenItDribbles) {
+  const auto start = std::chrono::steady_clock::now();
+  Sender sender(port), idle(port);
+  sender.Send(Frame(1, "whole") + Frame(2, "", wire::kMaxMessageLength));
+  EXPECT_TRUE(Eventually([&] { return !sender.Send("x"); }, 15s));
+  EXPECT_GE(std::chrono::steady_clock::now() - start, kHalfFrameTimeout);
+  EXPECT_THAT(failures.Get(), ElementsAre(HasSubstr("not complete after 10 s")));
+  EXPECT_TRUE(idle.Confirmed());
+}
+
+TEST_F(Channel, ConnectionsBeyondTheLimitAreRefusedWithOneLinePerEpisode) {
+  std::list<Sender> senders;
+  for (size_t episode = 1; episode <= 2; ++episode) {
+    while (senders.size() < kMaxConnections) senders.emplace_back(port);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(Sender(port).AwaitEnd(), -1);
+    EXPECT_THAT(failures.Get(), SizeIs(episode));
+    EXPECT_TRUE(senders.back().Confirmed());
+    senders.pop_back();
+  }
+}
+
+TEST_F(Channel, StoppingIntakeHandsOverWhatHasArrived) {
+  Sender busy(port);
+  busy.Send(Frame(1, "a") + Frame(2, "b") + "half");
+  EXPECT_TRUE(StopChannelIntake(10s));
+  EXPECT_THAT(Received(), ElementsAre("1:a", "2:b"));
+  EXPECT_FALSE(busy.Confirmed()) << "what came too late must not look confirmed";
+}
+
+TEST_F(Channel, DestroyingWhileMessagesComeEndsAllCallbacksAndFreesThePort) {
+  SetChannelPort(port);
+  for (int round = 0; round < 20; ++round) {
+    std::jthread flood([this, sender = std::make_shared<Sender>(port)] {
+      while (sender->Send(Frame(9, "payload")))
+        ;
+    });
+    ASSERT_TRUE(Eventually([&] { return g_batches.Get().size() > 0; }));
+    ASSERT_EQ(WUX_CHAN_UCServerDestory(server), 0u);
+    const size_t after = g_batches.Get().size();
+    flood.join();
+    EXPECT_THAT(g_batches.Get(), SizeIs(after));
+    g_batches.items.clear();
+    ASSERT_EQ(Start(), 0u);
+  }
+  EXPECT_EQ(Start(), uint32_t{EADDRINUSE});
+  EXPECT_THAT(failures.Get(), ElementsAre(HasSubstr(std::to_string(port) + ": Address already in use")));
+}
+}  // namespace tarq::standin

@@ -80,6 +80,10 @@ Platform::Platform() : table{{}, RegisterPath, TakeUpload, nullptr, WriteLog, Al
 
 bool Platform::Fails(const std::string& call) {
   calls.push_back(call);
+  if (failAt != 0 && calls.size() == static_cast<size_t>(failAt)) {
+    failed = call;
+    return true;
+  }
   const auto fault = faults.find(call);
   if (fault == faults.end() || --fault->second.first > 0 || fault->second.second == 0) return false;
   --fault->second.second;
@@ -110,8 +114,9 @@ Queue* Platform::QueueNamed(const std::string& name) {
 }
 
 void Platform::RunWorker() {
-  Queue* queue = QueueNamed("SAVRO_TARQ_EVENT");
-  while (queue != nullptr && !queue->elements.empty()) queue->onReadable(queue);
+  for (const auto& queue : queues) {
+    while (queue->onReadable != nullptr && !queue->elements.empty()) queue->onReadable(queue.get());
+  }
 }
 
 void Platform::Tick(int ticks) {
@@ -332,6 +337,7 @@ int memset_s(void* destination, size_t capacity, int value, size_t count) {
   return 0;
 }
 int vsprintf_s(char* destination, size_t capacity, const char* format, va_list arguments) {
+  if (P().Fails("vsprintf_s")) return -1;
   const int length = vsnprintf(destination, capacity, format, arguments);
   return length < 0 || static_cast<size_t>(length) >= capacity ? -1 : length;
 }
@@ -339,9 +345,9 @@ int sprintf_s(char* destination, size_t capacity, const char* format, ...) {
   if (P().Fails("sprintf_s")) return -1;
   va_list arguments;
   va_start(arguments, format);
-  const int length = vsprintf_s(destination, capacity, format, arguments);
+  const int length = vsnprintf(destination, capacity, format, arguments);
   va_end(arguments);
-  return length;
+  return length < 0 || static_cast<size_t>(length) >= capacity ? -1 : length;
 }
 
 }  // extern "C"

@@ -59,13 +59,15 @@ class Platform {
   std::vector<std::string> Texts(uint32_t level) const;
 
   Queue* QueueNamed(const std::string& name);
-  /// Calls the event queue's reader until it is empty.
+  /// Calls the queues' readers until they are empty.
   void RunWorker();
   /// Lets the timer tick, the worker running after each tick.
   void Tick(int ticks = 1);
   /// Delivers one batch of messages on the channel; a message's payload is its array of entry records.
   uint32_t Deliver(const std::vector<MessageDescriptor>& batch);
 
+  int failAt = 0;      ///< the call, counted from the start over all names, that fails; 0 for none
+  std::string failed;  ///< its name, once it failed
   FrameworkTable table;
   bool bindTable = true;
   std::vector<std::string> calls;

@@ -64,13 +64,13 @@ int32_t SAVRO_TARQ_GPB_EncodeLengthDelimited(uint32_t fieldId, const void* paylo
 }
 
 int32_t SAVRO_TARQ_GPB_EncodeString(uint32_t fieldId, const char* text, uint8_t* out, uint32_t room) {
-  if (text == nullptr) return kEncodeFailed;
-  const int32_t ret =
-      SAVRO_TARQ_GPB_EncodeLengthDelimited(fieldId, text, static_cast<int32_t>(strlen(text)), out, room);
+  const int32_t ret = text == nullptr ? kEncodeFailed
+                                      : SAVRO_TARQ_GPB_EncodeLengthDelimited(
+                                            fieldId, text, static_cast<int32_t>(strlen(text)), out, room);
   if (ret < 0) {
     TARQ_LOG_AT(95, kLogFailure,
                 "[%s:%d][TARQ_GPB_EncodeString] Encode string length failed, fieldId: %u, strVal: %s, buffLen: %d.",
-                fieldId, text, room);
+                fieldId, text == nullptr ? "" : text, room);
   }
   return ret;
 }

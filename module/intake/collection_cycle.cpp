@@ -38,17 +38,20 @@ bool PrepareSampleBuffer(const StatsMapEntry& entry, CodeType codeType) {
   return false;
 }
 
-/// Number of records taken from the message: none when the kind lacks a buffer in this cycle.
+/// A kind that lacks a buffer sits the cycle out.
+bool HasBuffers(const StatsMapEntry& entry) {
+  return entry.sampleData[kCodeTypeGpb] != nullptr && entry.sampleData[kCodeTypeJson] != nullptr;
+}
+
+/// Number of records taken from the message.
 uint32_t ProcessMessage(const StatsMapEntry& entry, const StatsMessage* message) {
-  SampleBuffer* gpb = entry.sampleData[kCodeTypeGpb];
-  SampleBuffer* json = entry.sampleData[kCodeTypeJson];
-  if (gpb == nullptr || json == nullptr) return 0;
-  return entry.statsMsgProc(entry.kindEncodeType, message, gpb, json);
+  if (!HasBuffers(entry)) return 0;
+  return entry.statsMsgProc(entry.kindEncodeType, message, entry.sampleData[kCodeTypeGpb],
+                            entry.sampleData[kCodeTypeJson]);
 }
 
 void UploadBuffer(const StatsMapEntry& entry, CodeType codeType) {
-  const SampleBuffer* buffer = entry.sampleData[codeType];
-  if (buffer != nullptr) SAVRO_TARQ_TASK_UploadStatsData(entry.msgId, buffer, codeType);
+  SAVRO_TARQ_TASK_UploadStatsData(entry.msgId, entry.sampleData[codeType], codeType);
 }
 
 }  // namespace
@@ -136,6 +139,7 @@ StatsMapEntry* SAVRO_TARQ_STATS_GetStatsMap(uint32_t msgId) {
 
 void SAVRO_TARQ_STATS_UploadRest() {
   for (const StatsMapEntry& entry : g_savroStatsMap) {
+    if (!HasBuffers(entry)) continue;
     if (WantsJson(entry.kindEncodeType)) UploadBuffer(entry, kCodeTypeJson);
     if (WantsGpb(entry.kindEncodeType)) UploadBuffer(entry, kCodeTypeGpb);
   }

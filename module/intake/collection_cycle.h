@@ -2,6 +2,7 @@
 // run on the worker thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "export.h"
@@ -18,6 +19,9 @@ struct StatsMapEntry {
   /// Encodes a message's records into the buffers and returns their number.
   uint32_t (*statsMsgProc)(uint32_t kindEncodeType, const StatsMessage* message, SampleBuffer* gpb, SampleBuffer* json);
 };
+
+static_assert(sizeof(StatsMapEntry) == 24 && offsetof(StatsMapEntry, kindEncodeType) == 4);
+static_assert(offsetof(StatsMapEntry, sampleData) == 8 && offsetof(StatsMapEntry, statsMsgProc) == 16);
 
 /// Native IP, flow, flow-hop: the order of every walk.
 TARQ_EXPORT StatsMapEntry g_savroStatsMap[3];

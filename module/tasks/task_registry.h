@@ -41,6 +41,9 @@ struct TlmTaskListMapEntry {
   char jsonHeader[128];  ///< opens the JSON document of the kind's samples
 };
 
+static_assert(sizeof(TlmTaskListMapEntry) == 144 && offsetof(TlmTaskListMapEntry, head) == 8);
+static_assert(offsetof(TlmTaskListMapEntry, jsonHeader) == 16);
+
 TARQ_EXPORT ListHead g_ntvTarqTlmTaskListHead;
 TARQ_EXPORT ListHead g_tarqTlmFlowTaskListHead;
 TARQ_EXPORT ListHead g_tarqTlmFlowHopTaskListHead;

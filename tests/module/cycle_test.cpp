@@ -14,11 +14,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-/// "taskId:recordCount" of each upload, in order.
+/// "tlmId:taskId:recordCount" of each upload, in order.
 std::vector<std::string> Delivered(const Platform& platform) {
   std::vector<std::string> delivered;
-  for (const Upload& u : platform.uploads)
-    delivered.push_back(std::to_string(u.taskId) + ":" + std::to_string(u.recordCount));
+  for (const Upload& u : platform.uploads) {
+    delivered.push_back(std::to_string(u.tlmId) + ":" + std::to_string(u.taskId) + ":" + std::to_string(u.recordCount));
+  }
   return delivered;
 }
 
@@ -28,13 +29,13 @@ TEST_P(CycleOfEachKind, ReachesItsTasksInTheirEncodingJsonFirst) {
   const KindCase& kind = GetParam();
   const std::string records = Records(kind, 3);
   Add(kind, 7, 10, Description(kCodeTypeGpb));
-  Add(kind, 7, 11, Description(kCodeTypeJson));
+  Add(kind, 8, 11, Description(kCodeTypeJson));
   Add(kind, 7, 12, Description(kCodeTypeGpb));
   Add(kind, 7, 13, Description(9));
   platform.Deliver({Message(kind.msgId, records), Message(kind.msgId, records)});
   platform.Fail("SampleDataUpload", 1, 2);  // what one task refuses, the others still get
   platform.Tick(3);
-  EXPECT_THAT(Delivered(platform), ElementsAre("11:6", "10:6"));
+  EXPECT_THAT(Delivered(platform), ElementsAre("8:11:6", "7:10:6"));
   EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[NTVTARQ_UploadDataToTlm] SampleDataUpload failed, ret: 9."));
   EXPECT_EQ(platform.uploads[0].collectTimestamp, 1'700'000'000'123u);
   EXPECT_THAT(platform.uploads[0].data, testing::StartsWith(kind.jsonHeader));
@@ -90,6 +91,55 @@ TEST_P(CycleOfEachKind, CycleStopsAfter2000RecordsAndARoundOfItsOwnTakesTheRest)
   EXPECT_EQ(platform.rows[0].in_wux_item_count, 2100u);
   platform.RunWorker();
   EXPECT_EQ(platform.rows[0].in_wux_item_count, 2101u);
+}
+
+TEST_P(CycleOfEachKind, TheLimitCountsWholeMessagesAndPeriodsAreTheRecordsOwn) {
+  const KindCase& kind = GetParam();
+  Add(kind, 7, 1, Description(kCodeTypeGpb));
+  const std::string most = Records(kind, 1999, 5), one = Records(kind, 1, 70);
+  const uint32_t second = 5;
+  const auto left = [&](int ones) {
+    platform.Deliver({Message(kind.msgId, most)});
+    for (int i = 0; i < ones; ++i) platform.Deliver({Message(kind.msgId, one)});
+    SAVRO_TARQ_STATS_UploadStatsData(&second, 4);
+    const size_t waiting = platform.QueueNamed("SavroNtvTarqStatsQue")->elements.size();
+    platform.RunWorker();
+    return waiting;
+  };
+  EXPECT_EQ(left(0), 0u);
+  EXPECT_EQ(left(1), 0u);
+  EXPECT_EQ(left(3), 2u);
+  EXPECT_EQ(platform.rows[5].period_index, 5u);
+  EXPECT_EQ(platform.rows[5].in_wux_item_count, 3u * 1999);
+  EXPECT_EQ(platform.rows[6].period_index, 70u);
+  EXPECT_EQ(platform.rows[6].in_wux_item_count, 4u);
+  platform.nullArray = true;
+  EXPECT_EQ(left(0), 0u);
+  EXPECT_EQ(platform.rows[5].in_wux_item_count, 3u * 1999) << "a count without an array is no record";
+}
+
+TEST_F(StartedTest, ACycleStampsUploadsAndSavesInThisOrder) {
+  for (const KindCase& kind : kKinds)
+    Add(kind, 7, 0, Description(kCodeTypeGpb)), Add(kind, 7, 1, Description(kCodeTypeJson));
+  for (int cycle = 0; cycle < 2; ++cycle) {  // the second finds the first one's buffers
+    for (const KindCase& kind : kKinds) {
+      const std::string record = Records(kind, 1, 70);
+      platform.Deliver({Message(kind.msgId, record)});
+    }
+    platform.Tick(2);
+    platform.calls.clear();
+    platform.uploads.clear();
+    platform.Tick();
+    EXPECT_THAT(Delivered(platform), ElementsAre("7:1:1", "7:0:1", "7:1:1", "7:0:1", "7:1:1", "7:0:1"));
+    std::vector<std::string> calls = platform.Calls({"gettimeofday", "SampleDataUpload", "db_create"});
+    const size_t newPeriod = cycle == 0 ? 1 : 0;
+    ASSERT_EQ(calls.size(), 3 + newPeriod + 6 + 3u);
+    EXPECT_EQ(std::vector(calls.begin(), calls.begin() + 3 + newPeriod),
+              std::vector<std::string>(3 + newPeriod, "gettimeofday"))
+        << "one reading per kind";
+    EXPECT_EQ(calls[3 + newPeriod + 6], "gettimeofday") << "saved after the uploads";
+    EXPECT_EQ(g_savroTarqFlowSampleData[0]->recordCount, 1u);
+  }
 }
 
 TEST_F(StartedTest, TheFirstUnwantedMessageEndsABatchAndTasksDeletedMeanwhileCostNothing) {
@@ -160,14 +210,14 @@ TEST_P(MissingBuffer, CostsItsKindOneCycleAndNoOtherKindAnything) {
   platform.Tick(2);
   platform.Fail(GetParam().call, 1, GetParam().nth);  // BufAlloc: after the stats event's
   platform.Tick();
-  EXPECT_THAT(Delivered(platform), ElementsAre("1:1", "3:1"));
+  EXPECT_THAT(Delivered(platform), ElementsAre("7:1:1", "7:3:1"));
   EXPECT_THAT(platform.Texts(kLogFailure),
               ElementsAre(std::string("[GetAndInitSampleDataBuff] Alloc buff failed, msgId: 3978077143, codeType: ") +
                           GetParam().name));
   platform.uploads.clear();
   deliverAll();
   platform.Tick(3);
-  EXPECT_THAT(Delivered(platform), ElementsAre("1:1", "2:1", "3:1"));
+  EXPECT_THAT(Delivered(platform), ElementsAre("7:1:1", "7:2:1", "7:3:1"));
 }
 INSTANTIATE_TEST_SUITE_P(Faults, MissingBuffer,
                          testing::Values(BufferFault{"BufAlloc", 4, "0"}, BufferFault{"BufAlloc", 5, "1"},
@@ -188,7 +238,7 @@ TEST_P(CycleOfEachKind, WhatCannotBeEncodedUnpackedOrUploadedIsDroppedAlone) {
     platform.faults.clear();
     return Delivered(platform);
   };
-  EXPECT_THAT(cycle("sprintf_s", 4), ElementsAre("1:2"));
+  EXPECT_THAT(cycle("sprintf_s", 4), ElementsAre("7:1:2"));
   EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[STATS_EncodeStatsData] Stats data encode failed, ret: -1."));
   EXPECT_THAT(cycle("unpack", 1), IsEmpty());
   EXPECT_THAT(cycle("memcpy_s", 1), IsEmpty());
@@ -209,7 +259,7 @@ TEST_F(StartedTest, AFailedClockStampsZeroAndAStrayMessageIsReleased) {
   platform.Deliver({Message(kFlowMsgId, flow), Message(kFlowMsgId, odd), Message(kFlowMsgId, flow)});
   platform.Fail("gettimeofday", 3);
   platform.Tick(3);
-  ASSERT_THAT(Delivered(platform), ElementsAre("1:2"));
+  ASSERT_THAT(Delivered(platform), ElementsAre("7:1:2"));
   EXPECT_EQ(platform.uploads[0].collectTimestamp, 0u);
   EXPECT_THAT(platform.Texts(kLogFailure),
               Each(HasSubstr("[NTVTARQ_STATS_GetTimestamps] Get collect timestamp failed")));

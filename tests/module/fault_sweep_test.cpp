@@ -33,6 +33,7 @@ class Sweep {
   /// Runs the scenario with the `failing` platform call failing. True when the run had that many calls.
   bool Run(int failing) {
     platform.failAt = failing;
+    platform.moduleId = 77;
     if (SAVRO_TARQ_Init(77) != 0) {
       EXPECT_EQ(SAVRO_TARQ_Init(77), 0u) << "started again";
     }

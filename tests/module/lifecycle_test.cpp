@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 
 #include "frame/buffers.h"
+#include "frame/framework_binding.h"
 #include "frame/log.h"
 #include "frame/sample_paths.h"
 #include "runtime/collection_timer.h"
@@ -23,13 +24,18 @@ TEST_F(ModuleTest, StartBuildsEverythingInOrderAndStopUndoesIntakeAndLoopOnce) {
   EXPECT_EQ(SAVRO_TARQ_Destory(), 0u);
   EXPECT_EQ(SAVRO_TARQ_THREAD_GetEpollId(), 0xFFFFFFFFu);
   EXPECT_THAT(platform.calls, IsEmpty()) << "nothing to tear down before the start";
-  ASSERT_EQ(SAVRO_TARQ_Init(77), 0u);
+  ASSERT_EQ(StartModule(), 0u);
   EXPECT_THAT(
       platform.Calls({"WUX_", "JEV_", "COMP_", "Sample", "ntvtarq"}),
       ElementsAre("COMP_GetVTable", "SampleXpathRegister", "SampleXpathRegister", "SampleXpathRegister",
                   "WUX_EPOLL_Create", "JEV_TaskCreate", "WUX_QUE_CreateNew", "WUX_QUE_EpollReg", "WUX_QUE_MonitorReg",
                   "WUX_QUE_CreateNew", "WUX_QUE_MonitorReg", "WUX_CHAN_UCServer", "ntvtarq_recv_init"));
   EXPECT_EQ(platform.taskEntry(nullptr), 111u) << "the worker runs the loop created at start";
+  EXPECT_THAT(
+      platform.Texts(kLogMilestone),
+      ElementsAre("[TARQ_THREAD_CreateStatsTask] Create task success, taskId: 21.", "[TARQ_EVENT_Init] success.",
+                  "[NTVTARQ_STATS_QUE_Create] success.", "[NTVTARQ_STATS_IPC_InitServer] success.",
+                  "[NTVTARQ_STATS_IPC_Init] success.", "[TARQ_THREAD_StatsMain] Start run savro tarq stats thread."));
   platform.calls.clear();
   EXPECT_EQ(SAVRO_TARQ_Destory(), 0u);
   EXPECT_THAT(platform.calls, ElementsAre("WUX_CHAN_UCServerDestory", "WUX_QUE_Destory", "WUX_EPOLL_Destroy"));
@@ -56,9 +62,9 @@ TEST_F(StartedTest, QueuesChannelAndPathsAreSetUpAsThePlatformExpects) {
     EXPECT_EQ(queue->monitor.lowerThreshold, expected.lower);
     EXPECT_EQ(queue->monitor.epollId, 11u);
   }
-  const uint8_t kConfig[24] = {127,  0,    0, 1, 0x7A, 0xE3, 0, 0, 127, 0, 0, 1,
-                               0x7A, 0xE3, 0, 0, 25,   0,    0, 0, 11,  0, 0, 0};
-  EXPECT_EQ(memcmp(&platform.channel, kConfig, sizeof(kConfig)), 0);
+  uint8_t config[88] = {127, 0, 0, 1, 0x7A, 0xE3, 0, 0, 127, 0, 0, 1, 0x7A, 0xE3, 0, 0, 25, 0, 0, 0, 11};
+  memcpy(config + 24, &platform.channel.onReceive, 8);
+  EXPECT_EQ(memcmp(&platform.channel, config, sizeof(config)), 0);
   ASSERT_EQ(platform.paths.size(), 3u);
   for (size_t i = 0; i < 3; ++i) {
     const auto& [path, registration] = platform.paths[i];
@@ -83,60 +89,48 @@ struct StartFault {
   const char* call;
   int nth;
   uint32_t result;
-  const char* log;                    ///< last log line
-  std::vector<const char*> teardown;  ///< platform calls after the failing one
+  std::vector<std::string> log;       ///< all failure lines
+  std::vector<std::string> teardown;  ///< platform calls after the failing one
 };
 void PrintTo(const StartFault& fault, std::ostream* out) { *out << fault.call; }
 class FailedStart : public ModuleTest, public testing::WithParamInterface<StartFault> {};
 
 TEST_P(FailedStart, IsLoggedReturnedAndUndone) {
   platform.Fail(GetParam().call, 1, GetParam().nth);
-  EXPECT_EQ(SAVRO_TARQ_Init(77), GetParam().result);
-  std::vector<std::string> texts = platform.Texts(kLogFailure);
-  EXPECT_EQ(texts.empty() ? "" : texts.back(), GetParam().log) << "without a table there is no log";
-  std::vector<std::string> calls = platform.Calls({"WUX_", "JEV_", "COMP_"});
-  const std::vector<std::string> expected(GetParam().teardown.begin(), GetParam().teardown.end());
-  ASSERT_GT(calls.size(), expected.size());
-  EXPECT_EQ(std::vector(calls.end() - expected.size(), calls.end()), expected);
-  EXPECT_EQ(calls[calls.size() - expected.size() - 1], GetParam().call);
+  EXPECT_EQ(StartModule(), GetParam().result);
+  EXPECT_EQ(platform.Texts(kLogFailure), GetParam().log) << "without a table there is no log";
+  const std::vector<std::string> calls = platform.Calls({"WUX_", "JEV_", "COMP_"});
+  const auto& teardown = GetParam().teardown;
+  ASSERT_GT(calls.size(), teardown.size());
+  EXPECT_EQ(std::vector(calls.end() - teardown.size(), calls.end()), teardown);
+  EXPECT_EQ(calls[calls.size() - teardown.size() - 1], GetParam().call);
   EXPECT_EQ(SAVRO_TARQ_THREAD_GetEpollId(), 0xFFFFFFFFu);
+  TaskDescription description = Description(kCodeTypeGpb);
+  platform.log.clear();
+  SAVRO_TARQ_FLOW_AddTlmTask(1, 1, &description);
+  EXPECT_EQ(platform.Texts(kLogFailure).empty(), platform.QueueNamed("SAVRO_TARQ_EVENT") || !SAVRO_TARQ_GetTlmFrmVtbl())
+      << "no queue is kept that is not fully registered";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Steps, FailedStart,
-    testing::Values(
-        StartFault{"COMP_GetVTable", 1, 5, "", {}},
-        StartFault{"WUX_EPOLL_Create", 1, 1, "[TARQ_Init] thread init failed, ret: 1.", {}},
-        StartFault{"JEV_TaskCreate", 1, 1, "[TARQ_Init] thread init failed, ret: 1.", {"WUX_EPOLL_Destroy"}},
-        StartFault{"WUX_QUE_CreateNew", 1, 1, "[TARQ_Init] Event init failed, ret: 1.", {"WUX_EPOLL_Destroy"}},
-        StartFault{"WUX_QUE_EpollReg",
-                   1,
-                   31,
-                   "[TARQ_Init] Event init failed, ret: 31.",
-                   {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}},
-        StartFault{"WUX_QUE_MonitorReg",
-                   1,
-                   32,
-                   "[TARQ_Init] Event init failed, ret: 32.",
-                   {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}},
-        StartFault{"WUX_QUE_CreateNew", 2, 1, "[TARQ_Init] stats init failed, ret: 1.", {"WUX_EPOLL_Destroy"}},
-        StartFault{"WUX_QUE_MonitorReg",
-                   2,
-                   1,
-                   "[TARQ_Init] stats init failed, ret: 1.",
-                   {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}},
-        StartFault{"WUX_CHAN_UCServer",
-                   1,
-                   1,
-                   "[TARQ_Init] stats init failed, ret: 1.",
-                   {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}}),
+// clang-format off
+INSTANTIATE_TEST_SUITE_P(Steps, FailedStart, testing::Values(
+    StartFault{"COMP_GetVTable", 1, 5, {}, {}},
+    StartFault{"WUX_EPOLL_Create", 1, 1, {"[TARQ_THREAD_InitEpoll] Epoll create failed, epollFd: -3.", "[TARQ_THREAD_Init] Create Epoll failed. ret: 1.", "[TARQ_Init] thread init failed, ret: 1."}, {}},
+    StartFault{"JEV_TaskCreate", 1, 1, {"[TARQ_THREAD_CreateStatsTask] TaskCreate failed. ret: 6.", "[TARQ_THREAD_Init] Create stats task failed. ret: 1.", "[TARQ_Init] thread init failed, ret: 1."}, {"WUX_EPOLL_Destroy"}},
+    StartFault{"WUX_QUE_CreateNew", 1, 1, {"Create que failed !", "[TARQ_Init] Event init failed, ret: 1."}, {"WUX_EPOLL_Destroy"}},
+    StartFault{"WUX_QUE_EpollReg", 1, 31, {"[TARQ_EVENT_Init] EpollReg failed, ret: 31.", "[TARQ_Init] Event init failed, ret: 31."}, {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}},
+    StartFault{"WUX_QUE_MonitorReg", 1, 32, {"[TARQ_EVENT_Init] Flow ctrl reg failed, ret: 32.", "[TARQ_Init] Event init failed, ret: 32."}, {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}},
+    StartFault{"WUX_QUE_CreateNew", 2, 1, {"[NTVTARQ_STATS_QUE_Create] Create que failed !", "[TARQ_STATS_Init]  Create stats queue failed, ret: 1.", "[TARQ_Init] stats init failed, ret: 1."}, {"WUX_EPOLL_Destroy"}},
+    StartFault{"WUX_QUE_MonitorReg", 2, 1, {"[NTVTARQ_STATS_QUE_Create] Flow ctrl reg failed, ret: 32.", "[TARQ_STATS_Init]  Create stats queue failed, ret: 32.", "[TARQ_Init] stats init failed, ret: 1."}, {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}},
+    StartFault{"WUX_CHAN_UCServer", 1, 1, {"[NTVTARQ_STATS_IPC_InitServer] UCServer ret: 98.", "[NTVTARQ_STATS_IPC_Init] IPC_InitSocket failed, ret: 1.", "[TARQ_STATS_Init]  Create stats ipc failed, ret: 1.", "[TARQ_Init] stats init failed, ret: 1."}, {"WUX_QUE_Destory", "WUX_EPOLL_Destroy"}}),
     [](const auto& test) { return test.param.call + std::to_string(test.param.nth); });
+// clang-format on
 
 TEST_F(ModuleTest, MissingTableOrSlotsAreSurvived) {
   EXPECT_EQ(SAVRO_TARQ_BufAllocZero(8), nullptr);
   SAVRO_TARQ_BufFree(this);
   platform.table.SampleXpathRegister = nullptr;
-  EXPECT_EQ(SAVRO_TARQ_Init(77), 1u);
+  EXPECT_EQ(StartModule(), 1u);
   EXPECT_THAT(platform.Calls(kResources), IsEmpty());
   EXPECT_THAT(platform.Texts(kLogFailure), ElementsAre("[TARQ_Init]  register simple xpath failed, ret: 1."));
   platform.table.LogWrite = nullptr;
@@ -145,17 +139,19 @@ TEST_F(ModuleTest, MissingTableOrSlotsAreSurvived) {
   EXPECT_EQ(std::string(static_cast<char*>(buffer), 64), std::string(64, '\0'));
   SAVRO_TARQ_BufFree(buffer);
   platform.bindTable = false;
-  EXPECT_EQ(SAVRO_TARQ_Init(77), 1u) << "a null table shows at registration";
+  EXPECT_EQ(StartModule(), 1u) << "a null table shows at registration";
 }
 
 TEST_F(ModuleTest, ARefusedPathIsLoggedAndTheOthersServe) {
   platform.Fail("SampleXpathRegister", 1, 2);
-  EXPECT_EQ(SAVRO_TARQ_Init(77), 0u);
+  platform.Fail("ntvtarq_recv_init");  // nor does this keep the module from starting
+  EXPECT_EQ(StartModule(), 0u);
   EXPECT_EQ(platform.paths.size(), 2u);
   EXPECT_THAT(
       platform.Texts(kLogFailure),
       ElementsAre(
-          "[SampleXpathRegister] failed, ret: 7, xpath: quorin-tarq:tarq/quorin-tarq-statistics:flow-statistics/flow-statistic."));
+          "[SampleXpathRegister] failed, ret: 7, xpath: quorin-tarq:tarq/quorin-tarq-statistics:flow-statistics/flow-statistic.",
+          "[NTVTARQ_STATS_IPC_Init] recv_init failed, ret: 52."));
 }
 
 TEST_F(StartedTest, LogLinesAreWholeOrNotAtAll) {

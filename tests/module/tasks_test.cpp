@@ -24,7 +24,12 @@ EACH_KIND_SUITE(TasksOfEachKind);
 TEST_P(TasksOfEachKind, TasksAreListedNewestFirstUpdatedInPlaceAndDeletedByKey) {
   const KindCase& kind = GetParam();
   for (uint32_t id : {1u, 2u, 3u}) Add(kind, 7, id, Description(kCodeTypeGpb));
+  EXPECT_THAT(platform.Texts(kLogMilestone), testing::Contains("[NTVTARQ_AdddTlmTask] Add telemetry task[3] success."));
+  EXPECT_THAT(platform.Texts(kLogNote), ElementsAre("[NTVTARQ_GetTlmTaskInfo] Telemetry task list is empty."));
   platform.Tick(2);
+  Add(kind, 6, 2, Description(kCodeTypeGpb));
+  EXPECT_EQ(SAVRO_TARQ_GetTlmTaskInfo(kind.msgId, 6, 2)->lastReportEndSecond, 2u);
+  Delete(kind, 6, 2);
   Add(kind, 7, 2, Description(kCodeTypeJson, 500, 0x5A));
   EXPECT_THAT(TaskIds(kind), ElementsAre(3, 2, 1));
   const TlmTaskInfo* info = SAVRO_TARQ_GetTlmTaskInfo(kind.msgId, 7, 2);
@@ -37,6 +42,7 @@ TEST_P(TasksOfEachKind, TasksAreListedNewestFirstUpdatedInPlaceAndDeletedByKey) 
   platform.log.clear();
   platform.rows[1] = {};
   Delete(kind, 8, 2);
+  EXPECT_THAT(TaskIds(kind), ElementsAre(3, 2, 1));
   Delete(kind, 7, 2);
   Delete(kind, 7, 3);
   EXPECT_THAT(TaskIds(kind), ElementsAre(1));
@@ -67,6 +73,11 @@ TEST_P(TasksOfEachKind, EncodeTypeSumsUpTheTasks) {
   EXPECT_EQ(SAVRO_TARQ_TASK_GetJsonHeader(kind.msgId + 1), nullptr);
   EXPECT_EQ(SAVRO_TARQ_TASK_GetTaskHead(kind.msgId + 1), nullptr);
   EXPECT_EQ(SAVRO_TARQ_GetTlmTaskInfo(kind.msgId + 1, 1, 1), nullptr);
+  const TaskEventPayload stranger{kind.msgId + 1, 1, 1, 0, {}};
+  EXPECT_EQ(SAVRO_TARQ_TASK_AddTlmTaskToList(&stranger, sizeof(stranger)), 1u);
+  EXPECT_EQ(SAVRO_TARQ_TASK_DelTlmTaskFromList(&stranger, sizeof(stranger)), 1u);
+  EXPECT_EQ(SAVRO_TARQ_TASK_DelTlmTaskFromList(&stranger, 7), 1u);
+  EXPECT_EQ(platform.Texts(kLogFailure).back(), "[NTVTARQ_TASK_DelTlmTaskFromList] Msg is NULL, msgLen: 7");
   EXPECT_EQ(SAVRO_TARQ_TASK_HasTlmTask(kind.msgId + 1) + SAVRO_TARQ_TASK_GetEncodeType(kind.msgId + 1), 0u);
 }
 
@@ -144,11 +155,13 @@ TEST_P(TasksOfEachKind, FramingPutsHeaderAndClosingAroundJsonAndLeavesGpbAlone) 
   sample->dataLen = 16;
   sample->recordCount = 2;
   sample->collectTimestamp = 99;
+  memset(sample->reserved1, 0x11, 8), memset(sample->reserved2, 0x22, 8);
   EXPECT_EQ(SAVRO_TARQ_TASK_FormatStatsData(kind.msgId, kCodeTypeJson, sample.get(), upload.get()), 0u);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(upload->data), upload->dataLen),
             std::string(kind.jsonHeader) + "{\"a\":1},{\"b\":2}]}}}");
   EXPECT_EQ(upload->recordCount, 2u);
   EXPECT_EQ(upload->collectTimestamp, 99u);
+  EXPECT_EQ(upload->reserved1[7] + upload->reserved2[7], 0x33) << "carried along";
   EXPECT_EQ(SAVRO_TARQ_TASK_FormatStatsData(kind.msgId, kCodeTypeGpb, sample.get(), upload.get()), 0u);
   EXPECT_EQ(std::string(reinterpret_cast<char*>(upload->data), upload->dataLen), "{\"a\":1},{\"b\":2},");
   EXPECT_EQ(SAVRO_TARQ_TASK_FormatStatsData(kind.msgId + 1, kCodeTypeJson, sample.get(), upload.get()), 1u);

@@ -60,7 +60,7 @@ inline MessageDescriptor Message(uint32_t msgId, const std::string& payload) {
 /// A started module.
 class StartedTest : public ModuleTest {
  protected:
-  void SetUp() override { ASSERT_EQ(SAVRO_TARQ_Init(77), 0u); }
+  void SetUp() override { ASSERT_EQ(StartModule(), 0u); }
   void Add(const KindCase& kind, uint32_t tlmId, uint32_t taskId, const TaskDescription& description) {
     EXPECT_EQ(kind.add(tlmId, taskId, &description), 0u);
     platform.RunWorker();

@@ -15,25 +15,29 @@ namespace {
 
 Platform& P() { return Platform::Get(); }
 
-uint32_t RegisterPath(uint32_t, const char* path, const SamplePathRegistration* registration) {
+uint32_t RegisterPath(uint32_t moduleId, const char* path, const SamplePathRegistration* registration) {
+  EXPECT_EQ(moduleId, P().moduleId);
   if (P().Fails("SampleXpathRegister")) return 7;
   P().paths.emplace_back(path, *registration);
   return 0;
 }
 
-uint32_t TakeUpload(uint32_t, const SampleBuffer* s) {
+uint32_t TakeUpload(uint32_t moduleId, const SampleBuffer* s) {
+  EXPECT_EQ(moduleId, P().moduleId);
   if (P().Fails("SampleDataUpload")) return 9;
   P().uploads.push_back({s->tlmId, s->taskId, s->isActiveReportEnd, s->recordCount, s->collectTimestamp,
                          std::string(reinterpret_cast<const char*>(s->data), s->dataLen)});
   return 0;
 }
 
-uint32_t WriteLog(uint32_t, uint32_t level, const char* text) {
+uint32_t WriteLog(uint32_t moduleId, uint32_t level, const char* text) {
+  EXPECT_EQ(moduleId, P().moduleId);
   P().log.push_back({level, text});
   return 0;
 }
 
-void* Alloc(uint32_t, uint32_t size) {
+void* Alloc(uint32_t moduleId, uint32_t size) {
+  EXPECT_EQ(moduleId, P().moduleId);
   if (P().Fails("BufAlloc")) return nullptr;
   void* buffer = malloc(size);
   memset(buffer, 0xA5, size);
@@ -41,7 +45,8 @@ void* Alloc(uint32_t, uint32_t size) {
   return buffer;
 }
 
-uint32_t Free(uint32_t, void* buffer) {
+uint32_t Free(uint32_t moduleId, void* buffer) {
+  EXPECT_EQ(moduleId, P().moduleId);
   P().Fails("BufFree");
   EXPECT_EQ(P().buffers.erase(buffer), 1u) << "released twice, or not a framework buffer";
   free(buffer);
@@ -54,14 +59,20 @@ void Unpack(const void* payload, uint32_t length, StatisticsList* list, int coun
   if (P().Fails("unpack") || length % sizeof(Entry) != 0) return;
   void* entries = malloc(length);
   memcpy(entries, payload, length);
-  list->words[1] = reinterpret_cast<uint64_t>(entries);
-  list->words[countWord] = length / sizeof(Entry);
+  list->words[1] = P().nullArray ? (free(entries), 0) : reinterpret_cast<uint64_t>(entries);
+  list->words[countWord] = length / sizeof(Entry) | uint64_t{7} << 32;  // the upper half is not the count's
 }
 
 void FreeList(StatisticsList* list) {
   --P().unpackedLists;
   P().Fails("free_unpacked");
   free(reinterpret_cast<void*>(list->words[1]));
+}
+
+void CheckKey(const KeyDescriptor* descriptor, const ReportPerfKey* key) {
+  const KeyDescriptor expected{0x00010008, {}};
+  EXPECT_EQ(memcmp(descriptor, &expected, sizeof(expected)), 0);
+  EXPECT_EQ(key->reserved, 0u);
 }
 
 struct DatabaseObject {
@@ -132,6 +143,7 @@ uint32_t Platform::Deliver(const std::vector<MessageDescriptor>& batch) {
 
 }  // namespace tarq::test
 
+using tarq::test::CheckKey;
 using tarq::test::DatabaseObject;
 using tarq::test::P;
 using tarq::test::Queue;
@@ -183,7 +195,7 @@ void* WUX_QUE_CreateNew(const char* name, uint32_t kind, uint32_t depth, uint32_
 }
 uint32_t WUX_QUE_EpollReg(void* queue, uint32_t epollId, uint32_t (*onReadable)(void*)) {
   if (P().Fails("WUX_QUE_EpollReg")) return 31;
-  static_cast<Queue*>(queue)->epollId = epollId;
+  EXPECT_EQ(epollId, 11u);
   static_cast<Queue*>(queue)->onReadable = onReadable;
   return 0;
 }
@@ -277,11 +289,11 @@ uint32_t db_release_tarq_savro_report_perf_object(void* object) {
   return 0;
 }
 uint32_t db_read_obj(void*, const KeyDescriptor* descriptor, const ReportPerfKey* key) {
-  EXPECT_EQ(descriptor->form, 0x00010008u);
-  EXPECT_EQ(key->reserved, 0u);
+  CheckKey(descriptor, key);
   return P().Fails("db_read") || !P().rows.contains(key->history_id) ? 62 : 0;
 }
-uint32_t db_update_obj(void* object, const KeyDescriptor*, const ReportPerfKey* key) {
+uint32_t db_update_obj(void* object, const KeyDescriptor* descriptor, const ReportPerfKey* key) {
+  CheckKey(descriptor, key);
   if (P().Fails("db_update") || !P().rows.contains(key->history_id)) return 63;
   ReportPerfRecord record = static_cast<DatabaseObject*>(object)->record;
   record.history_id = key->history_id;

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/lifecycle.h"
 #include "platform/channel.h"
 #include "platform/database.h"
 #include "platform/framework.h"
@@ -37,7 +38,6 @@ struct Queue {
   std::string name;
   uint32_t kind, depth, elementSize;
   std::deque<uint64_t> elements;
-  uint32_t epollId = 0;
   uint32_t (*onReadable)(void*) = nullptr;
   QueueMonitor monitor{};
   uint32_t (*onEvent)(uint32_t) = nullptr;
@@ -70,6 +70,8 @@ class Platform {
   std::string failed;  ///< its name, once it failed
   FrameworkTable table;
   bool bindTable = true;
+  uint32_t moduleId = 0;   ///< what every call through the table has to carry
+  bool nullArray = false;  ///< unpacking gives a count without an array
   std::vector<std::string> calls;
   std::map<std::string, std::pair<int, int>> faults;  // name -> calls until the first failure, failures left
   std::vector<LogLine> log;
@@ -93,6 +95,10 @@ class ModuleTest : public testing::Test {
     EXPECT_EQ(platform.databaseObjects, 0);
     EXPECT_EQ(platform.unpackedLists, 0);
     for (const auto& [buffer, size] : platform.buffers) free(buffer);  // the framework's memory outlives the module
+  }
+  uint32_t StartModule() {
+    platform.moduleId = 77;
+    return SAVRO_TARQ_Init(77);
   }
   Platform& platform = Platform::Get();
 };

@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "platform/channel.h"
+#include "platform/message.h"
 #include "standin/standin.h"
 
 namespace tarq::standin {
@@ -31,7 +32,8 @@ class ChannelTotals {
 
  private:
   mutable std::mutex mutex_;
-  ChannelCounters counters_;
+  /// The kinds have their places from the start, however many other identifiers come first.
+  ChannelCounters counters_{.messagesById = {{kNativeIpMsgId, 0}, {kFlowMsgId, 0}, {kFlowHopMsgId, 0}}};
 };
 
 inline ChannelTotals& Totals() {

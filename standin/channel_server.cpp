@@ -93,9 +93,10 @@ bool ChannelServer::WatchAll() {
   sweepSource_ = loop_->Add(sweepTimer_.get(), [weak = weak_from_this()] {
     if (const auto server = weak.lock()) server->Sweep();
   });
-  intakeEndSource_ = loop_->Add(intakeEnd_.fd(), [weak = weak_from_this()] {
+  const auto endIntake = [weak = weak_from_this()] {
     if (const auto server = weak.lock()) server->EndIntake();
-  });
+  };
+  intakeEndSource_ = loop_->Add(intakeEnd_.fd(), endIntake, EventLoop::WhenHeld::kWaits);
   return sweepSource_ && intakeEndSource_ && WatchListener();
 }
 
@@ -136,13 +137,23 @@ bool ChannelServer::WaitStopped(std::chrono::steady_clock::time_point deadline) 
 }
 
 void ChannelServer::EndIntake() {
-  for (int i = 0; i < kBacklog && AcceptOne(); ++i) {
+  for (int i = 0; i < kBacklog && !full() && AcceptOne(); ++i) {
   }
   for (const auto& connection : connections()) Drain(connection);
   Stop();
 }
 
 void ChannelServer::Drain(const ConnectionPtr& connection) {
+  TakeArrived(connection);
+  const int socket = connection->socket.get();
+  uint8_t next;
+  const size_t half = connection->buffer.halfFrame();
+  if (half == 0 && recv(socket, &next, sizeof next, MSG_PEEK) == 0) SetResetOnClose(socket, false);
+  if (!Close(connection) || half == 0) return;
+  Log(kLogNote, "[channel] %s: stopped in the middle of a frame, %zu bytes dropped", connection->peer.c_str(), half);
+}
+
+void ChannelServer::TakeArrived(const ConnectionPtr& connection) {
   const int socket = connection->socket.get();
   size_t left = ArrivedBytes(socket);
   while (left > 0 && IsOpen(connection)) {
@@ -152,11 +163,6 @@ void ChannelServer::Drain(const ConnectionPtr& connection) {
     left -= static_cast<size_t>(received);
     TakeIn(connection, static_cast<size_t>(received));
   }
-  uint8_t next;
-  const size_t half = connection->buffer.halfFrame();
-  if (half == 0 && recv(socket, &next, sizeof next, MSG_PEEK) == 0) SetResetOnClose(socket, false);
-  if (!Close(connection) || half == 0) return;
-  Log(kLogNote, "[channel] %s: stopped in the middle of a frame, %zu bytes dropped", connection->peer.c_str(), half);
 }
 
 uint16_t ChannelServer::port() const {
@@ -167,7 +173,14 @@ uint16_t ChannelServer::port() const {
 // ---- Accepting ----
 
 void ChannelServer::Accept() {
-  if (AcceptOne() || errno == EAGAIN || errno == ECONNABORTED || errno == EINTR) return;
+  if (!full()) {
+    if (AcceptOne() || errno == EAGAIN || errno == ECONNABORTED || errno == EINTR) return;
+    if (!std::exchange(starved_, true)) {
+      Log(kLogFailure, "[channel] cannot accept a connection: %s; trying again every second", std::strerror(errno));
+    }
+  } else if (!crowded_.exchange(true)) {
+    Log(kLogFailure, "[channel] %u connections are open, more have to wait until one of them ends", kMaxConnections);
+  }
   PauseAccepting();
 }
 
@@ -182,47 +195,42 @@ bool ChannelServer::AcceptOne() {
   return true;
 }
 
-/// The connection waits in the backlog and would wake the loop over and over; the sweep tries it again.
+/// What waits in the backlog would wake the loop over and over.
 void ChannelServer::PauseAccepting() {
-  const int error = errno;
   Source listener;
-  {
-    std::lock_guard lock(mutex_);
-    listener.swap(listenerSource_);
-  }
-  if (!std::exchange(starved_, true)) {
-    Log(kLogFailure, "[channel] cannot accept a connection: %s; trying again every second", std::strerror(error));
-  }
+  std::lock_guard lock(mutex_);
+  listener.swap(listenerSource_);
+}
+
+void ChannelServer::ResumeAccepting() {
+  std::lock_guard lock(mutex_);
+  if (!stopped_ && !listenerSource_ && connections_.size() < kMaxConnections) WatchListener();
+}
+
+bool ChannelServer::full() const {
+  std::lock_guard lock(mutex_);
+  return connections_.size() >= kMaxConnections;
 }
 
 void ChannelServer::Admit(FileDescriptor socket, const sockaddr_in& peer) {
   SetResetOnClose(socket.get(), true);
   const auto connection = std::make_shared<Connection>(std::move(socket), NameOf(peer));
+  if (!IsLoopback(peer.sin_addr)) {
+    Totals().Add(&ChannelCounters::connectionsRefused);
+    return Log(kLogFailure, "[channel] %s: refused, not on this machine", connection->peer.c_str());
+  }
   std::unique_lock lock(mutex_);
   if (stopped_) return;
-  const bool full = connections_.size() >= kMaxConnections;
-  if (full || !IsLoopback(peer.sin_addr)) {
-    lock.unlock();
-    return Refuse(connection->peer, full);
-  }
-  full_ = false;
   connections_.emplace(connection.get(), connection);
-  connection->source =
-      loop_->Add(connection->socket.get(), [weak = weak_from_this(), link = std::weak_ptr(connection)] {
-        const auto server = weak.lock();
-        const auto live = link.lock();
-        if (server != nullptr && live != nullptr) server->OnReadable(live);
-      });
+  const auto onReadable = [weak = weak_from_this(), link = std::weak_ptr(connection)] {
+    const auto server = weak.lock();
+    const auto live = link.lock();
+    if (server != nullptr && live != nullptr) server->OnReadable(live);
+  };
+  connection->source = loop_->Add(connection->socket.get(), onReadable, EventLoop::WhenHeld::kWaits);
   lock.unlock();
   Totals().Add(&ChannelCounters::connectionsAccepted);
   if (!connection->source) Fault(connection, "it cannot be waited for");
-}
-
-void ChannelServer::Refuse(const std::string& peer, bool full) {
-  Totals().Add(&ChannelCounters::connectionsRefused);
-  if (!full) return Log(kLogFailure, "[channel] %s: refused, not on this machine", peer.c_str());
-  if (std::exchange(full_, true)) return;
-  Log(kLogFailure, "[channel] %s: refused, as are others while %u connections are open", peer.c_str(), kMaxConnections);
 }
 
 // ---- Receiving ----
@@ -260,16 +268,23 @@ void ChannelServer::OnEnd(const ConnectionPtr& connection, int error) {
 void ChannelServer::Sweep() {
   uint64_t expirations;
   if (read(sweepTimer_.get(), &expirations, sizeof expirations) < 0) return;
-  const auto now = std::chrono::steady_clock::now();
-  for (const auto& connection : connections()) {
-    FrameBuffer& buffer = connection->buffer;
-    buffer.Shrink();
-    if (buffer.halfFrame() == 0 || now - buffer.halfSince() < kHalfFrameTimeout) continue;
-    Fault(connection, "a frame was not complete after %lld s, %zu bytes dropped",
-          static_cast<long long>(kHalfFrameTimeout.count()), buffer.halfFrame());
+  if (!loop_->held()) {  // a held connection is not at fault for what is not read
+    for (const auto& connection : connections()) CheckHalfFrame(connection);
   }
-  std::lock_guard lock(mutex_);
-  if (!stopped_ && !listenerSource_) WatchListener();
+  ResumeAccepting();
+}
+
+void ChannelServer::CheckHalfFrame(const ConnectionPtr& connection) {
+  FrameBuffer& buffer = connection->buffer;
+  buffer.Shrink();
+  const auto late = [&buffer] {
+    return buffer.halfFrame() > 0 && std::chrono::steady_clock::now() - buffer.halfSince() >= kHalfFrameTimeout;
+  };
+  if (!late()) return;
+  TakeArrived(connection);  // a late loop may not have seen the rest yet
+  if (!late()) return;
+  Fault(connection, "a frame was not complete after %lld s, %zu bytes dropped",
+        static_cast<long long>(kHalfFrameTimeout.count()), buffer.halfFrame());
 }
 
 bool ChannelServer::Close(const ConnectionPtr& connection) {
@@ -278,6 +293,8 @@ bool ChannelServer::Close(const ConnectionPtr& connection) {
     if (connections_.erase(connection.get()) == 0) return false;
   }
   connection->source = {};
+  crowded_ = false;
+  ResumeAccepting();
   return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include <netinet/in.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdarg>
@@ -58,14 +59,17 @@ class ChannelServer : public std::enable_shared_from_this<ChannelServer> {
   void Accept();
   bool AcceptOne();
   void PauseAccepting();
+  void ResumeAccepting();
+  bool full() const;
   void Admit(FileDescriptor socket, const sockaddr_in& peer);
-  void Refuse(const std::string& peer, bool full);
   void OnReadable(const ConnectionPtr& connection);
   void TakeIn(const ConnectionPtr& connection, size_t received);
   void OnEnd(const ConnectionPtr& connection, int error);
   void EndIntake();
   void Drain(const ConnectionPtr& connection);
+  void TakeArrived(const ConnectionPtr& connection);
   void Sweep();
+  void CheckHalfFrame(const ConnectionPtr& connection);
 
   /// Closes the connection unless it is closed already. True when this call did.
   bool Close(const ConnectionPtr& connection);
@@ -89,8 +93,8 @@ class ChannelServer : public std::enable_shared_from_this<ChannelServer> {
   Source intakeEndSource_;
   std::map<const Connection*, ConnectionPtr> connections_;
 
-  std::vector<MessageDescriptor> batch_;  ///< loop's thread alone, like the two below
-  bool full_ = false;                     ///< connections are being refused; noted in one log line
+  std::vector<MessageDescriptor> batch_;  ///< loop's thread alone
+  std::atomic<bool> crowded_ = false;     ///< connections have to wait for others to end; noted in one log line
   bool starved_ = false;                  ///< accepting fails for want of descriptors or memory; noted in one log line
 };
 

@@ -45,12 +45,34 @@ std::shared_ptr<EventLoop> EventLoop::Create() {
   return ready ? loop : nullptr;
 }
 
-Source EventLoop::Add(int fd, Callback callback) {
+Source EventLoop::Add(int fd, Callback callback, WhenHeld whenHeld) {
   auto shared = std::make_shared<Callback>(std::move(callback));
   std::lock_guard lock(mutex_);
-  if (!Watch(epoll_.get(), fd, lastId_ + 1)) return {};
-  sources_.emplace(++lastId_, std::move(shared));
+  const bool waits = holds_ > 0 && whenHeld == WhenHeld::kWaits;
+  if (!waits && !Watch(epoll_.get(), fd, lastId_ + 1)) return {};
+  sources_.emplace(++lastId_, Entry{std::move(shared), fd, whenHeld});
   return Source(shared_from_this(), lastId_, fd);
+}
+
+void EventLoop::Hold() {
+  std::lock_guard lock(mutex_);
+  if (++holds_ > 1) return;
+  for (const auto& [id, entry] : sources_) {
+    if (entry.whenHeld == WhenHeld::kWaits) epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, entry.fd, nullptr);
+  }
+}
+
+void EventLoop::Release() {
+  std::lock_guard lock(mutex_);
+  if (--holds_ > 0) return;
+  for (const auto& [id, entry] : sources_) {
+    if (entry.whenHeld == WhenHeld::kWaits) Watch(epoll_.get(), entry.fd, id);
+  }
+}
+
+bool EventLoop::held() const {
+  std::lock_guard lock(mutex_);
+  return holds_ > 0;
 }
 
 void EventLoop::Remove(uint64_t id, int fd) {
@@ -58,7 +80,7 @@ void EventLoop::Remove(uint64_t id, int fd) {
   std::unique_lock lock(mutex_);
   epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
   if (const auto found = sources_.find(id); found != sources_.end()) {
-    callback = std::move(found->second);
+    callback = std::move(found->second.callback);
     sources_.erase(found);
   }
   if (runner_ == std::this_thread::get_id()) return;
@@ -105,7 +127,8 @@ void EventLoop::Dispatch(uint64_t id) {
     std::lock_guard lock(mutex_);
     const auto found = sources_.find(id);  // an earlier callback of the same wait may have removed it
     if (stopped_ || found == sources_.end()) return;
-    callback = found->second;
+    if (holds_ > 0 && found->second.whenHeld == WhenHeld::kWaits) return;
+    callback = found->second.callback;
     runningId_ = id;
   }
   (*callback)();

@@ -47,9 +47,18 @@ class EventLoop : public std::enable_shared_from_this<EventLoop> {
   /// Returns a loop, or null when the kernel gives none.
   static std::shared_ptr<EventLoop> Create();
 
+  /// What becomes of a source while the loop is held.
+  enum class WhenHeld { kServed, kWaits };
+
   /// Calls `callback` on the loop's thread for as long as `fd` is readable. The descriptor stays the caller's and must
   /// outlive the source. Returns an empty source on failure. Callbacks should not own what owns the source.
-  Source Add(int fd, Callback callback);
+  Source Add(int fd, Callback callback, WhenHeld whenHeld = WhenHeld::kServed);
+
+  /// Holds the loop until as many `Release` have followed: sources that wait are not served meanwhile. A queue on the
+  /// loop that is nearly full so keeps new work out of the process instead of losing it.
+  void Hold();
+  void Release();
+  bool held() const;
 
   /// Runs `function` once on the loop's thread, soon. False when the loop has ended; a loop that ends first drops it.
   bool Post(Callback function);
@@ -73,15 +82,22 @@ class EventLoop : public std::enable_shared_from_this<EventLoop> {
   void RunPosted();
   void Remove(uint64_t id, int fd);
 
+  struct Entry {
+    std::shared_ptr<Callback> callback;
+    int fd;
+    WhenHeld whenHeld;
+  };
+
   FileDescriptor epoll_;
   Signal wake_;
   mutable std::mutex mutex_;
   std::condition_variable callbackDone_;
-  std::map<uint64_t, std::shared_ptr<Callback>> sources_;
+  std::map<uint64_t, Entry> sources_;
   std::vector<Callback> posted_;
   std::thread::id runner_;
   uint64_t lastId_ = 0;
   uint64_t runningId_ = 0;  ///< source whose callback is running, 0 for none
+  uint32_t holds_ = 0;
   bool stopped_ = false;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/message.h"
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cstdarg>
@@ -67,13 +68,15 @@ const uint8_t* InTail(const Unpacked& list, uint64_t offset, uint64_t size) {
   return list.header.tailLength - (offset - start) < size ? nullptr : list.tail + (offset - start);
 }
 
-/// Turns the offset in `field` into a pointer to a text that ends inside the tail. False when there is none.
+/// Turns the offset in `field` into a pointer to a text that ends inside the tail and in time. False when there is
+/// none. The limit also bounds the work that many entries with one long text would make.
 bool ResolveText(const Unpacked& list, const char*& field) {
   const uint64_t offset = OffsetIn(field);
   const uint8_t* const text = InTail(list, offset, 1);
   field = reinterpret_cast<const char*>(text);
   if (text == nullptr) return false;
-  return std::memchr(text, '\0', list.tailStart() + list.header.tailLength - offset) != nullptr;
+  const uint64_t left = list.tailStart() + list.header.tailLength - offset;
+  return std::memchr(text, '\0', std::min<uint64_t>(left, wire::kMaxTextLength + 1)) != nullptr;
 }
 
 bool ResolveMac(const Unpacked& list, const uint8_t*& field) {

@@ -28,7 +28,11 @@ void SetOffset(const T*& field, uint64_t offset) {
 }
 
 void PlaceText(const char*& field, Tail& tail) {
-  if (field != nullptr) SetOffset(field, Place({field, std::strlen(field) + 1}, tail));
+  if (field == nullptr) return;
+  const size_t length = strnlen(field, kMaxTextLength + 1);
+  if (length <= kMaxTextLength) return SetOffset(field, Place({field, length + 1}, tail));
+  std::string cut(field, kMaxTextLength);
+  SetOffset(field, Place(cut.append(1, '\0'), tail));
 }
 
 /// Moves what the entry points at into the tail. Only native IP entries point at anything.

@@ -29,6 +29,10 @@ struct ListHeader {
 };
 static_assert(sizeof(ListHeader) == 24);
 
+/// Longest text of a native IP entry, its terminator not counted. A packer cuts longer ones; a list with one is
+/// refused.
+inline constexpr size_t kMaxTextLength = 255;
+
 /// Statistics kind of an entry type.
 constexpr uint32_t MsgIdOf(const FlowEntry&) { return kFlowMsgId; }
 constexpr uint32_t MsgIdOf(const FlowHopEntry&) { return kFlowHopMsgId; }

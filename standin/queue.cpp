@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "standin/event_loop.h"
 #include "standin/log.h"
@@ -54,6 +55,7 @@ class Queue : public std::enable_shared_from_this<Queue> {
   Signal crossed_;   ///< raised while crossings wait for the monitor
   Source reader_;
   Source monitor_;
+  std::shared_ptr<EventLoop> loop_;  ///< the monitor's, held while the queue is above
   QueueMonitor thresholds_{};
   bool above_ = false;             ///< the upper threshold was reached, the lower one not yet
   uint64_t waitingCrossings_ = 0;  ///< not yet delivered; events alternate, so their number says which they are
@@ -74,6 +76,7 @@ bool Queue::Monitor(const QueueMonitor& monitor, const std::shared_ptr<EventLoop
   std::lock_guard lock(mutex_);
   if (closed_ || monitor_ || monitor.lowerThreshold >= monitor.upperThreshold) return false;
   thresholds_ = monitor;
+  loop_ = loop;
   monitor_ = loop->Add(crossed_.fd(), [weak = weak_from_this(), onEvent] {
     if (const auto queue = weak.lock()) queue->DeliverCrossings(onEvent);
   });
@@ -113,6 +116,7 @@ void Queue::CountCrossings() {
   if (!monitor_ || !crossed) return;
   above_ = !above_;
   if (above_) ++status_.stopEvents;
+  above_ ? loop_->Hold() : loop_->Release();
   ++waitingCrossings_;
   crossed_.Raise();
 }
@@ -135,6 +139,7 @@ void Queue::Close() {
   Source reader, monitor;  // given up after the lock: a callback that is waited for may need it
   std::lock_guard lock(mutex_);
   closed_ = true;
+  if (std::exchange(above_, false)) loop_->Release();
   reader.swap(reader_);
   monitor.swap(monitor_);
 }

@@ -22,7 +22,7 @@ void SampleDelivery::SetHandler(SampleHandler handler) {
 bool SampleDelivery::Accept(Sample&& sample) {
   std::unique_lock lock(mutex_);
   if (stopped_ || pendingBytes_ + BytesOf(sample) > kMaxPendingBytes) {
-    const bool firstOfEpisode = !std::exchange(full_, true);
+    const bool firstOfEpisode = !stopped_ && !std::exchange(full_, true);
     lock.unlock();
     CountRefused(sample.recordCount);
     if (firstOfEpisode) Log(kLogFailure, "[framework] samples are refused: too many wait for delivery");

@@ -100,7 +100,7 @@ bool StopChannelIntake(std::chrono::milliseconds timeout);
 
 struct ChannelCounters {
   uint64_t connectionsAccepted = 0;
-  uint64_t connectionsRefused = 0;            ///< over the limit of open connections
+  uint64_t connectionsRefused = 0;            ///< from another machine
   uint64_t connectionsFaulted = 0;            ///< closed for breaking the framing or a time limit
   uint64_t messages = 0;                      ///< complete frames handed to the receive callback
   uint64_t bytes = 0;                         ///< their payload bytes

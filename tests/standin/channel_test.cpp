@@ -6,6 +6,7 @@
 
 #include <list>
 
+#include "platform/queue.h"
 #include "standin/packed_list.h"
 #include "support.h"
 
@@ -104,15 +105,40 @@ TEST_F(Channel, HalfFrameTimesOutEvenWhenItDribbles) {
   EXPECT_TRUE(idle.Confirmed());
 }
 
-TEST_F(Channel, ConnectionsBeyondTheLimitAreRefusedWithOneLinePerEpisode) {
+TEST_F(Channel, ConnectionsBeyondTheLimitWaitForOthersToEndAndLoseNothing) {
   std::list<Sender> senders;
   for (size_t episode = 1; episode <= 2; ++episode) {
     while (senders.size() < kMaxConnections) senders.emplace_back(port);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(Sender(port).AwaitEnd(), -1);
-    EXPECT_THAT(failures.Get(), SizeIs(episode));
+    ASSERT_TRUE(Eventually([&] { return GetChannelCounters().connectionsAccepted == (episode == 1 ? 64 : 66); }));
+    Sender late(port);
+    late.Send(Frame(1, std::to_string(episode)));
+    EXPECT_TRUE(Eventually([&] { return failures.Get().size() == episode; })) << "one line per episode";
+    EXPECT_THAT(Received(), SizeIs(episode - 1));
     EXPECT_TRUE(senders.back().Confirmed());
     senders.pop_back();
+    EXPECT_TRUE(late.Confirmed());
+    EXPECT_EQ(Received().back(), "1:" + std::to_string(episode));
   }
+}
+
+TEST_F(Channel, ANearlyFullQueueHoldsSendersBackUntilItHasDrained) {
+  const QueueMonitor monitor{8, 2, loop.id, {}};
+  void* queue = WUX_QUE_CreateNew("full", 6, 10, 8);
+  ASSERT_EQ(WUX_QUE_MonitorReg(queue, &monitor, [](uint32_t) { return 0u; }), 0u);
+  const uint64_t elements[8] = {};
+  Sender before(port);
+  ASSERT_TRUE(Eventually([] { return GetChannelCounters().connectionsAccepted == 1; }));
+  ASSERT_EQ(WUX_QUE_AsyWrite(queue, elements, 8), 8);
+  Sender after(port);
+  for (Sender* sender : {&before, &after}) sender->Send(Frame(1, "later"));
+  ASSERT_TRUE(Eventually([] { return GetChannelCounters().connectionsAccepted == 2; }));
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(PassLoops(10s));
+  EXPECT_THAT(Received(), SizeIs(0));
+  uint64_t taken[6];
+  ASSERT_EQ(WUX_QUE_AsyRead(queue, taken, 6), 6);
+  EXPECT_TRUE(before.Confirmed() && after.Confirmed());
+  EXPECT_THAT(Received(), ElementsAre("1:later", "1:later"));
+  EXPECT_EQ(WUX_QUE_Destory(queue), 0u);
 }
 
 TEST_F(Channel, StoppingIntakeHandsOverWhatHasArrived) {

@@ -80,6 +80,21 @@ TEST(FlowLists, ArriveAsTheyWereSentAndOnlyAsTheirKind) {
   tarq_flow_statistics_list_to_savro_free__unpacked(&flow);
 }
 
+TEST(NativeIpList, LongTextsAreCutAndForgedOnesRefused) {
+  FailureLines failures;
+  wire::ListPacker<NativeIpEntry> packer(100000);
+  NativeIpEntry entry{};
+  const std::string longName(300, 'n');
+  entry.ifName = longName.c_str();
+  entry.appName = "app";
+  packer.Add(entry);
+  std::vector<uint8_t> list = packer.Take();
+  ASSERT_THAT(Unpack(list), ElementsAre(HasSubstr(std::string(wire::kMaxTextLength, 'n') + "app")));
+  list[sizeof(wire::ListHeader) + sizeof entry + wire::kMaxTextLength] = 'n';  // runs on into the next text
+  EXPECT_THAT(Unpack(list), SizeIs(0));
+  EXPECT_THAT(failures.Get(), ElementsAre(HasSubstr("no interface name")));
+}
+
 TEST(NativeIpList, DamageIsRefusedOrStaysInside) {
   FailureLines failures;
   wire::ListPacker<NativeIpEntry> packer(100000);

@@ -154,7 +154,7 @@ TEST(EndToEnd, PacketAndByteSumsOfEveryFlowSurviveBothEncodings) {
       const std::string name = container + (gpb ? " gpb" : " json");
       for (const json& record : list.begin().value()) {
         ++records[name];
-        if (record.contains("app-name")) apps.insert(record["app-name"].get<std::string>());
+        if (!gpb && record.contains("app-name")) apps.insert(record["app-name"].get<std::string>());
         if (!record.contains("source-ip")) {
           hopPackets[name] +=
               gpb ? std::stoull(record["packet-count"].get<std::string>()) : record["packet-count"].get<uint64_t>();
@@ -171,7 +171,7 @@ TEST(EndToEnd, PacketAndByteSumsOfEveryFlowSurviveBothEncodings) {
   }
   EXPECT_EQ(apps, std::set<std::string>{"domain"});
   const Finished decoded =
-      RunToEnd({"sh", "-c", "protoc --decode=tarq.Tarq -I " SCHEMA_DIR " tarq.proto < " + aGpbSample.string()},
+      RunToEnd({"sh", "-c", "protoc --decode=tarq.Tarq -I \"$0\" tarq.proto < \"$1\"", SCHEMA_DIR, aGpbSample.string()},
                scratch.path / "protoc");
   EXPECT_EQ(decoded.code, 0) << decoded.err;
   EXPECT_THAT(decoded.out, HasSubstr("packet_count: "));
@@ -231,7 +231,7 @@ TEST(EndToEnd, WhatCannotStartSaysWhyAndLeavesNothing) {
   Scratch scratch, clean;
   HostProcess running(scratch.path, {});
   const std::string port = running.Channel().substr(running.Channel().find(':') + 1);
-  const std::string file = clean.path.string() + "/plain";
+  const std::string file = clean.path.string() + "/plain", folder = clean.path.string() + "/a/b";
   const std::vector<std::string> host = {HOST, "--module", TEST_MODULE, "--port", "0", "--duration", "0.1"};
   const auto with = [](std::vector<std::string> command, std::vector<std::string> more) {
     return command.insert(command.end(), more.begin(), more.end()), command;
@@ -240,8 +240,10 @@ TEST(EndToEnd, WhatCannotStartSaysWhyAndLeavesNothing) {
     std::vector<std::string> command;
     std::string says;
   } kCases[] = {
-      {{HOST, "--module", "/nonexistent/libsavro_tarq.so", "--port", "0"}, "/nonexistent/libsavro_tarq.so"},
-      {{HOST, "--module", TEST_MODULE, "--port", port}, "Address already in use"},
+      {{HOST, "--module", "/nonexistent/libsavro_tarq.so", "--output", folder, "--db", file},
+       "/nonexistent/libsavro_tarq.so"},
+      {{HOST, "--module", TEST_MODULE, "--port", port, "--output", folder, "--db", file},
+       port + " of 127.0.0.1 is taken"},
       {with(host, {"--subscribe", "flows:json"}), "flows"},
       {with(host, {"--subscribe", "flow:xml"}), "xml"},
       {with(host, {"--output", "/proc/none/such"}), "/proc/none/such"},

@@ -84,8 +84,7 @@ uint64_t Accounts::leakedBuffers() const {
 std::vector<std::string> Accounts::Losses() const {
   LossList losses;
   losses.Add(channel.connectionsFaulted, "{} connections closed by the channel for breaking its framing or time limit");
-  losses.Add(channel.connectionsRefused, "{} connections refused by the channel, which had {} open",
-             standin::kMaxConnections);
+  losses.Add(channel.connectionsRefused, "{} connections refused by the channel: they came from another machine");
   losses.Add(passedOver(),
              "{} messages not queued: empty, or received behind a message of a kind nobody subscribed to");
   losses.Add(statsQueue.refused, "{} messages refused by the full stats queue");

@@ -6,19 +6,19 @@
 
 namespace tarq::host {
 
-/// Removes on destruction what came into being since it was noted, unless `Keep` was called. A directory is removed
-/// only when it is empty.
+/// What a start brought into being, to be taken back when it fails.
 class CreatedPaths {
  public:
-  CreatedPaths() = default;
-  CreatedPaths(const CreatedPaths&) = delete;
-  CreatedPaths& operator=(const CreatedPaths&) = delete;
-  ~CreatedPaths();
+  /// Notes a directory that is about to be created, with those of its parents that do not exist yet. One that exists is
+  /// left alone.
+  void NoteDirectory(std::filesystem::path directory);
 
-  /// Notes a path that is about to be created, with those of its parents that do not exist yet. One that exists is left
-  /// alone.
-  void Note(std::filesystem::path path);
-  void Keep() { paths_.clear(); }
+  /// Creates an empty file; what has that name already is left alone. A failure is not reported: whoever opens the file
+  /// next meets it.
+  void CreateFile(const std::filesystem::path& file);
+
+  /// Removes what was created, directories only where they are empty.
+  void TakeBack();
 
  private:
   std::vector<std::filesystem::path> paths_;

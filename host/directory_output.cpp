@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <ctime>
 #include <stdexcept>
 #include <system_error>
@@ -22,6 +23,15 @@ int WriteFile(const std::filesystem::path& file, const std::string& data) {
   int error = WriteAll(fd, data);
   if (close(fd) != 0 && error == 0) error = errno;
   return error;
+}
+
+/// Renames without replacing anything. Returns 0 or `errno`.
+int MoveToNew(const char* from, const char* to) {
+  if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (errno != EINVAL) return errno;
+  if (link(from, to) != 0) return errno;  // network file systems have no such rename
+  unlink(from);
+  return 0;
 }
 
 std::string TimeText(uint64_t milliseconds) {
@@ -45,20 +55,24 @@ DirectoryOutput::DirectoryOutput(std::filesystem::path directory)
 
 WriteResult DirectoryOutput::Write(const Subscription& subscription, const standin::Sample& sample) {
   int error = WriteFile(temporary_, sample.data);
-  if (error == 0 && rename(temporary_.c_str(), NextFile(subscription, sample).c_str()) != 0) error = errno;
+  if (error == 0) error = Publish(subscription, sample);
   if (error == 0) return {};
   unlink(temporary_.c_str());
   return {WriteResult::Outcome::kFailed, std::generic_category().message(error)};
 }
 
-std::filesystem::path DirectoryOutput::NextFile(const Subscription& subscription, const standin::Sample& sample) {
-  std::filesystem::path file;
+int DirectoryOutput::Publish(const Subscription& subscription, const standin::Sample& sample) {
+  int error;
   do {
-    file = directory_ / fmt::format("{}-{:09}-{}-task{}.{}", TimeText(sample.collectTimestamp), ++sequence_,
-                                    subscription.kind->name, subscription.taskId(),
-                                    subscription.encoding == kCodeTypeJson ? "json" : "pb");
-  } while (access(file.c_str(), F_OK) == 0);
-  return file;
+    error = MoveToNew(temporary_.c_str(), NextFile(subscription, sample).c_str());
+  } while (error == EEXIST);
+  return error;
+}
+
+std::filesystem::path DirectoryOutput::NextFile(const Subscription& subscription, const standin::Sample& sample) {
+  return directory_ / fmt::format("{}-{:09}-{}-task{}.{}", TimeText(sample.collectTimestamp), ++sequence_,
+                                  subscription.kind->name, subscription.taskId(),
+                                  subscription.encoding == kCodeTypeJson ? "json" : "pb");
 }
 
 }  // namespace tarq::host

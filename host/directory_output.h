@@ -22,6 +22,7 @@ class DirectoryOutput : public Output {
   std::string name() const override { return "directory " + directory_.string(); }
 
  private:
+  int Publish(const Subscription& subscription, const standin::Sample& sample);
   std::filesystem::path NextFile(const Subscription& subscription, const standin::Sample& sample);
 
   std::filesystem::path directory_;

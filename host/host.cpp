@@ -1,15 +1,11 @@
 #include "host/host.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <netinet/in.h>
 #include <spdlog/spdlog.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <filesystem>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -17,10 +13,9 @@
 #include "host/directory_output.h"
 #include "host/json_lines.h"
 #include "host/log.h"
-#include "host/port_file.h"
+#include "host/port_check.h"
 #include "host/terminal_text.h"
 #include "host/text_output.h"
-#include "standin/packed_list.h"
 
 namespace tarq::host {
 namespace {
@@ -38,19 +33,6 @@ std::unique_ptr<Output> MakeOutput(const Options& options) {
   if (options.output != "-") return std::make_unique<DirectoryOutput>(options.output);
   bool pretty = options.format == Format::kPretty || (options.format == Format::kAuto && isatty(STDOUT_FILENO));
   return std::make_unique<TextOutput>(STDOUT_FILENO, "standard output", pretty ? TerminalText : JsonLine);
-}
-
-bool PortTaken(uint16_t port) {
-  int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  int reuse = 1;
-  setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof(reuse));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = htons(port);
-  bool taken = bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 && errno == EADDRINUSE;
-  close(fd);
-  return taken;
 }
 
 bool QueueEmpty(std::string_view name) {
@@ -73,46 +55,52 @@ bool WaitQueuesServed(std::initializer_list<std::string_view> names, Deadline de
 Host::Host(Options options, StopSignals& signals)
     : options_(std::move(options)), delivery_(options_.queueBytes, [&signals] { signals.Wake(); }) {}
 
-void Host::Start() {
-  try {
-    OpenOutput();
-    OpenDatabase();
-    StartModule();
-    AddTasks();
-    Announce();
-    created_.Keep();
-  } catch (const std::runtime_error&) {
-    std::vector<std::string> ignored;
-    StopModule(ignored);
-    throw;
-  }
+void Host::Start() try {
+  OpenOutput();
+  if (!options_.portFile.empty()) portFile_.emplace(options_.portFile);
+  module_.emplace(options_.module);
+  CheckPort(options_.port);
+  // Last of what can be refused: a database of an earlier run stays as it is until here.
+  OpenDatabase();
+  StartModule();
+  AddTasks();
+  Announce();
+} catch (...) {
+  Abandon();
+  throw;
+}
+
+void Host::Abandon() {
+  std::vector<std::string> ignored;
+  StopModule(ignored);
+  if (stopped_) standin::CloseDatabase();
+  if (portFile_) portFile_->Remove();
+  created_.TakeBack();
 }
 
 void Host::OpenOutput() {
-  if (options_.output != "-") created_.Note(options_.output);
+  if (options_.output != "-") created_.NoteDirectory(options_.output);
   delivery_.AddOutput(MakeOutput(options_), options_.subscriptions);
 }
 
 void Host::OpenDatabase() {
   if (options_.database.empty()) return;
-  for (const char* suffix : {"", "-wal", "-shm", "-journal"}) created_.Note(options_.database + suffix);
-  std::string error = standin::OpenDatabase(options_.database);
+  // SQLite has names of its own for what is no file; none of them is a path from the root.
+  auto file = std::filesystem::absolute(options_.database);
+  created_.CreateFile(file);
+  std::string error = standin::OpenDatabase(file);
   if (!error.empty()) throw std::runtime_error("database: " + error);
 }
 
 void Host::StartModule() {
   standin::SetLogHandler(LogPlatformLine);
   standin::SetSampleHandler([this](standin::Sample&& sample) { delivery_.Take(std::move(sample)); });
-  if (options_.port) standin::SetChannelPort(*options_.port);
-  module_.emplace(options_.module);
+  standin::SetChannelPort(options_.port);
   uint32_t code = module_->Init(kModuleId);
   moduleStarted_ = code == 0;
-  if (moduleStarted_) return;
-  uint16_t port = options_.port.value_or(wire::kDefaultChannelPort);
-  if (port != 0 && PortTaken(port)) {
-    throw std::runtime_error(fmt::format("port {} of 127.0.0.1 is taken; name another with --port, or 0", port));
+  if (!moduleStarted_) {
+    throw std::runtime_error(fmt::format("the module did not start, code {}; the log lines above say why", code));
   }
-  throw std::runtime_error(fmt::format("the module did not start, code {}; the log lines above say why", code));
 }
 
 void Host::AddTasks() {
@@ -131,12 +119,13 @@ void Host::AddTasks() {
 
 void Host::Announce() {
   uint16_t port = standin::ChannelPort();
-  if (!options_.portFile.empty()) WritePortFile(options_.portFile, port);
+  if (portFile_) portFile_->Write(port);
   spdlog::info("listening on 127.0.0.1:{}", port);
 }
 
 Accounts Host::WindDown() {
   std::vector<std::string> faults;
+  if (portFile_) portFile_->Remove();
   Deadline deadline = After(options_.drainTimeout);
   if (!Collect(deadline)) faults.push_back("not everything was delivered within the drain timeout");
   StopModule(faults);

@@ -12,6 +12,7 @@
 #include "host/delivery.h"
 #include "host/module_loader.h"
 #include "host/options.h"
+#include "host/port_file.h"
 #include "host/stop_signals.h"
 
 namespace tarq::host {
@@ -20,8 +21,6 @@ namespace tarq::host {
 inline constexpr uint32_t kModuleId = 1;
 /// Time for the module to take up its tasks at the start.
 inline constexpr std::chrono::seconds kStartTimeout{10};
-/// Time for threads to end after the drain.
-inline constexpr std::chrono::seconds kStopTimeout{5};
 
 /// One module with its platform, subscriptions and outputs. One per process, used by one thread.
 class Host {
@@ -29,8 +28,9 @@ class Host {
   /// `signals` is woken when an output is gone.
   Host(Options options, StopSignals& signals);
 
-  /// Opens everything and starts the module. Throws `std::runtime_error` with value and remedy; what had been started
-  /// is stopped and what had been created is removed by then.
+  /// Opens everything and starts the module. Throws `std::runtime_error` with value and remedy (other exceptions where
+  /// memory or threads run out); what had been started is stopped and what had been created is removed by then. A
+  /// database that existed is opened last, once only the module itself can fail.
   void Start();
 
   /// Takes no more messages, has what was accepted collected and delivered within the drain timeout, and stops
@@ -41,6 +41,7 @@ class Host {
   bool stopped() const { return stopped_; }
 
  private:
+  void Abandon();
   void OpenOutput();
   void OpenDatabase();
   void StartModule();
@@ -52,6 +53,7 @@ class Host {
   Options options_;
   Delivery delivery_;
   CreatedPaths created_;
+  std::optional<PortFile> portFile_;
   std::optional<Module> module_;
   bool moduleStarted_ = false;
   bool stopped_ = false;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <openssl/evp.h>
+#include <simdjson.h>
 
 #include <iterator>
 #include <nlohmann/json.hpp>
@@ -18,7 +19,9 @@ std::string Base64(const std::string& data) {
 }
 
 bool IsJsonOnOneLine(const std::string& data) {
-  return data.find_first_of("\n\r") == std::string::npos && nlohmann::json::accept(data);
+  // Every sample passes here, so the parser is the fastest at hand; it keeps its buffers from sample to sample.
+  thread_local simdjson::dom::parser parser;
+  return data.find('\n') == std::string::npos && data.find('\r') == std::string::npos && !parser.parse(data).error();
 }
 
 void AppendData(std::string& line, CodeType encoding, const std::string& data) {

@@ -14,10 +14,11 @@ inline constexpr size_t kMaxWaitingLogLines = 8192;
 /// Starts logging through spdlog's default logger. `level` is debug, info, warn or error.
 void StartLog(const std::string& level);
 
-/// Writes a line of the module or the stand-in: notes as debug, milestones as info, failures as error.
+/// Writes a line of the module or the stand-in, made printable: notes as debug, milestones as info, failures as error.
 void LogPlatformLine(uint32_t level, std::string_view text);
 
-/// Writes what is waiting and ends logging. Returns the number of lines that were dropped.
-uint64_t StopLog();
+/// Writes what is waiting, blocking as long as that takes. Ends logging too when `threadsEnded`; else other threads may
+/// go on logging. Returns the number of lines that were dropped.
+uint64_t StopLog(bool threadsEnded);
 
 }  // namespace tarq::host

@@ -4,8 +4,13 @@
 #include <spdlog/spdlog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
 #include <variant>
 
 #include "host/host.h"
@@ -27,15 +32,25 @@ bool KeepStandardStreams() {
   return hasOutput;
 }
 
+/// Returns the exit code: never 0 when what was asked for could not be said.
 int Say(const EarlyExit& exit) {
-  std::fputs(exit.text.c_str(), exit.code == 0 ? stdout : stderr);
-  return exit.code;
+  FILE* stream = exit.code == 0 ? stdout : stderr;
+  bool said = std::fputs(exit.text.c_str(), stream) >= 0 && std::fflush(stream) == 0;
+  return said ? exit.code : std::max(exit.code, 1);
 }
 
-/// Ends the process without destructors where a thread may still use what they would destroy.
-int Leave(const Host& host, int code) {
-  std::fflush(nullptr);
-  if (!host.stopped()) _exit(code);
+/// Ends logging and says the last words, made from the number of log lines that were dropped, on standard error.
+/// Returns the exit code, or ends the process without destructors: where nobody reads standard error within
+/// `kStopTimeout`, and where a thread may still use what destructors would destroy.
+int Leave(const Host& host, int code, const std::function<std::string(uint64_t)>& lastWords) {
+  std::promise<void> said;
+  auto heard = said.get_future();
+  std::thread speaker([&] {
+    std::fputs(lastWords(StopLog(host.stopped())).c_str(), stderr);
+    said.set_value();
+  });
+  if (heard.wait_for(kStopTimeout) != std::future_status::ready || !host.stopped()) _exit(code);
+  speaker.join();
   return code;
 }
 
@@ -46,15 +61,14 @@ int Run(const Options& options) {
   try {
     host.Start();
   } catch (const std::exception& error) {
-    StopLog();
-    Say({2, fmt::format("tarq-host: {}\n", error.what())});
-    return Leave(host, 2);
+    return Leave(host, 2, [&error](uint64_t) { return fmt::format("tarq-host: {}\n", error.what()); });
   }
   spdlog::info("winding down: {}", signals.Wait(options.duration));
   Accounts accounts = host.WindDown();
-  accounts.droppedLogLines = StopLog();
-  std::fputs(SummaryText(accounts).c_str(), stderr);
-  return Leave(host, accounts.Losses().empty() ? 0 : 1);
+  return Leave(host, accounts.Losses().empty() ? 0 : 1, [&accounts](uint64_t droppedLines) {
+    accounts.droppedLogLines = droppedLines;
+    return SummaryText(accounts);
+  });
 }
 
 int Main(int argc, char** argv) {

@@ -3,8 +3,12 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdlib>
 #include <map>
 #include <stdexcept>
+#include <string_view>
+#include <system_error>
 
 #include "host/log.h"
 #include "standin/packed_list.h"
@@ -15,7 +19,7 @@ namespace {
 
 constexpr const char* kDescription =
     "Loads the flow telemetry module, subscribes to its sample paths and delivers the samples.\n"
-    "SIGINT, SIGTERM or the end of --duration ends it in order, with a summary on standard error;\n"
+    "SIGINT, SIGTERM, SIGHUP or the end of --duration ends it in order, with a summary on standard error;\n"
     "a second signal ends it at once.";
 
 std::string Footer() {
@@ -24,6 +28,8 @@ std::string Footer() {
 
 Samples come every 3 seconds while there are records. INTERVAL (a number with ms, s, m or h; default 10s, at most
 {}ms) is the period after which a sample says that a report interval has ended (active_report_end).
+For the same reason a --drain-timeout of less than 3 seconds risks the last records. After it, ending the threads may
+take {} s more, and the summary as long again where nobody reads it.
 
 Examples:
   tarq-host                                           all kinds in JSON, on standard output
@@ -33,11 +39,11 @@ Examples:
   tarq-host --db perf.db --duration 60                keep the period table:
     sqlite3 perf.db 'select * from tarq_savro_report_perf'
 
-Limits: {} subscriptions; {} connections of at most {} bytes a message, {} s for a frame to complete;
+Limits: {} subscriptions; {} connections served at a time, others wait; {} bytes a message, {} s for it to complete;
 {} bytes of samples on their way to the queues; {} log lines waiting to be written.
 
 Exit codes: 0 nothing was lost or failed; 1 something was, the summary names it; 2 bad usage or the start failed.)",
-      kMaxIntervalMs, kMaxSubscriptions, standin::kMaxConnections, wire::kMaxMessageLength,
+      kMaxIntervalMs, kStopTimeout.count(), kMaxSubscriptions, standin::kMaxConnections, wire::kMaxMessageLength,
       standin::kHalfFrameTimeout.count(), standin::kMaxPendingBytes, kMaxWaitingLogLines);
 }
 
@@ -50,7 +56,7 @@ struct Raw {
   std::string format = "auto";
   double duration = 0;
   double drainTimeout = std::chrono::duration<double>(kDefaultDrainTimeout).count();
-  uint32_t port = wire::kDefaultChannelPort;
+  uint16_t port = wire::kDefaultChannelPort;
 };
 
 /// As `CLI::Range`, which lets "nan" pass.
@@ -61,6 +67,21 @@ CLI::Validator SecondsBetween(double least, double most) {
     return good ? std::string() : fmt::format("\"{}\" is no number of seconds from {} to {}", text, least, most);
   };
   return CLI::Validator(check, "");
+}
+
+CLI::Validator NotEmpty() {
+  auto check = [](const std::string& text) { return text.empty() ? "an empty name; leave the option out" : ""; };
+  return CLI::Validator(check, "");
+}
+
+uint16_t PortFromEnvironment(uint16_t otherwise) {
+  const char* variable = std::getenv(kPortVariable);
+  std::string_view text = variable ? variable : "";
+  if (text.empty()) return otherwise;
+  uint16_t port = 0;
+  auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+  if (error == std::errc() && end == text.data() + text.size()) return port;
+  throw std::invalid_argument(fmt::format("{} is \"{}\": expected a port from 0 to 65535", kPortVariable, text));
 }
 
 std::chrono::milliseconds Milliseconds(double seconds) {
@@ -75,13 +96,16 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
       ->expected(1)
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--output", options.output, "Directory that gets a file per sample; default \"-\", standard output")
+      ->check(NotEmpty())
       ->type_name("DIR");
   app.add_option("--format", raw.format,
                  "On standard output: JSON lines, or a readable text; auto takes that on a terminal")
       ->check(CLI::IsMember(&kFormats).description(""))
       ->type_name("auto|lines|pretty")
       ->capture_default_str();
-  app.add_option("--db", options.database, "SQLite file for the period table; default in memory")->type_name("FILE");
+  app.add_option("--db", options.database, "SQLite file for the period table; default in memory")
+      ->check(NotEmpty())
+      ->type_name("FILE");
   app.add_option("--log-level", options.logLevel, "Least level of log lines")
       ->check(CLI::IsMember({"debug", "info", "warn", "error"}).description(""))
       ->type_name("debug|info|warn|error")
@@ -90,13 +114,16 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
       ->check(SecondsBetween(0.001, kMaxDurationSeconds))
       ->type_name("SECONDS");
   app.add_option("--module", options.module, "The module; default libsavro_tarq.so beside this program, in ../module")
+      ->check(NotEmpty())
       ->type_name("PATH");
-  app.add_option("--port", raw.port, "Port of the channel on 127.0.0.1; 0 takes a free one, which is logged")
+  app.add_option("--port", raw.port,
+                 fmt::format("Port of the channel on 127.0.0.1, else from {}; 0 takes a free one, which is logged",
+                             kPortVariable))
       ->check(CLI::Range(0u, 65535u).description(""))
-      ->envname("TARQ_CHANNEL_PORT")
       ->type_name("0..65535")
       ->capture_default_str();
-  app.add_option("--port-file", options.portFile, "Gets the channel's port as soon as messages are taken, for scripts")
+  app.add_option("--port-file", options.portFile, "Holds the channel's port while messages are taken, for scripts")
+      ->check(NotEmpty())
       ->type_name("FILE");
   app.add_option("--queue-bytes", options.queueBytes,
                  fmt::format("Bound of each subscription's queue, {} to {}; a full one drops its oldest samples",
@@ -110,6 +137,19 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
       ->capture_default_str();
 }
 
+/// Turns what was typed into `options`. Throws `std::invalid_argument`.
+void Complete(const CLI::App& app, const Raw& raw, Options& options) {
+  options.subscriptions = ParseSubscriptions(raw.subscriptions);
+  options.format = kFormats.at(raw.format);
+  if (options.output != "-" && app.count("--format")) {
+    throw std::invalid_argument(
+        fmt::format("--format is for standard output; leave it out with --output \"{}\"", options.output));
+  }
+  if (app.count("--duration")) options.duration = Milliseconds(raw.duration);
+  options.port = app.count("--port") ? raw.port : PortFromEnvironment(raw.port);
+  options.drainTimeout = Milliseconds(raw.drainTimeout);
+}
+
 }  // namespace
 
 std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv) {
@@ -119,7 +159,7 @@ std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv)
   Declare(app, options, raw);
   try {
     app.parse(argc, argv);
-    options.subscriptions = ParseSubscriptions(raw.subscriptions);
+    Complete(app, raw, options);
   } catch (const CLI::CallForHelp&) {
     return EarlyExit{0, app.help()};
   } catch (const CLI::CallForVersion& version) {
@@ -127,10 +167,6 @@ std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv)
   } catch (const std::exception& error) {
     return EarlyExit{2, fmt::format("tarq-host: {} (see --help)\n", error.what())};
   }
-  options.format = kFormats.at(raw.format);
-  if (app.count("--duration")) options.duration = Milliseconds(raw.duration);
-  if (app.count("--port")) options.port = static_cast<uint16_t>(raw.port);
-  options.drainTimeout = Milliseconds(raw.drainTimeout);
   return options;
 }
 

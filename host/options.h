@@ -15,6 +15,8 @@ namespace tarq::host {
 
 inline constexpr std::chrono::seconds kDefaultDrainTimeout{10};
 inline constexpr double kMaxDrainSeconds = 3600;
+/// Time for threads to end after the drain, and again for the last lines to be read.
+inline constexpr std::chrono::seconds kStopTimeout{5};
 /// Longest `--duration`: ten years.
 inline constexpr double kMaxDurationSeconds = 10 * 366 * 86400.0;
 
@@ -31,9 +33,9 @@ struct Options {
   std::string database;  ///< SQLite file; memory when empty
   std::string logLevel = "info";
   std::optional<std::chrono::milliseconds> duration;
-  std::string module;            ///< found by itself when empty
-  std::optional<uint16_t> port;  ///< 0 for a free one; the module's own when absent
-  std::string portFile;          ///< none when empty
+  std::string module;    ///< found by itself when empty
+  uint16_t port = 0;     ///< 0 for a free one
+  std::string portFile;  ///< none when empty
   size_t queueBytes = kDefaultQueueBytes;
   std::chrono::milliseconds drainTimeout = kDefaultDrainTimeout;
 };
@@ -44,7 +46,10 @@ struct EarlyExit {
   std::string text;  ///< for standard output with code 0, else one line for standard error
 };
 
-/// Reads the command line.
+/// Names the channel's port where --port does not; empty is as good as unset.
+inline constexpr const char* kPortVariable = "TARQ_CHANNEL_PORT";
+
+/// Reads the command line, and `kPortVariable` of the environment.
 std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv);
 
 }  // namespace tarq::host

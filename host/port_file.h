@@ -6,8 +6,22 @@
 
 namespace tarq::host {
 
-/// Writes the port as decimal text to `file`, under a temporary name first, so that the file appears complete.
-/// Throws `std::runtime_error` with value and remedy.
-void WritePortFile(const std::filesystem::path& file, uint16_t port);
+/// Holds the port as decimal text while messages are taken.
+class PortFile {
+ public:
+  /// Removes the file that an earlier run left at `file`. Throws `std::runtime_error` with value and remedy where
+  /// something other than a regular file has that name, or where no file can be made.
+  explicit PortFile(std::filesystem::path file);
+
+  /// Writes the port under a temporary name first, so that the file appears complete. Throws as above.
+  void Write(uint16_t port);
+
+  /// Removes the file, unless another process has put its own port there since.
+  void Remove();
+
+ private:
+  std::filesystem::path file_;
+  uint16_t port_ = 0;
+};
 
 }  // namespace tarq::host

@@ -14,7 +14,7 @@ using Text = std::back_insert_iterator<std::string>;
 void AddIntake(Text out, const Accounts& accounts) {
   const auto& channel = accounts.channel;
   const auto& queue = accounts.statsQueue;
-  fmt::format_to(out, "channel        {} messages, {} bytes; {} connections, {} faulted, {} refused\n",
+  fmt::format_to(out, "channel        {} messages, {} bytes; {} connections, {} faulted, {} from elsewhere refused\n",
                  channel.messages, channel.bytes, channel.connectionsAccepted, channel.connectionsFaulted,
                  channel.connectionsRefused);
   fmt::format_to(out, "not queued     {} messages of kinds nobody subscribed to, {} passed over\n",

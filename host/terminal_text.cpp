@@ -2,36 +2,59 @@
 
 #include <fmt/chrono.h>
 #include <fmt/format.h>
-#include <google/protobuf/util/json_util.h>
 
 #include <algorithm>
 #include <ctime>
 #include <iterator>
+#include <nlohmann/json.hpp>
 #include <optional>
-#include <string_view>
 
+#include "host/printable.h"
 #include "tarq.pb.h"
 
 namespace tarq::host {
 namespace {
 
-std::optional<Tarq> Decode(CodeType encoding, std::string_view data) {
-  Tarq message;
-  if (encoding == kCodeTypeGpb) {
-    if (message.ParseFromArray(data.data(), static_cast<int>(data.size()))) return message;
-    return std::nullopt;
+using Json = nlohmann::json;
+
+/// Bytes of a malformed document that are shown.
+constexpr size_t kShownBytes = 160;
+
+/// Sets the fields of `message` from the members of `object`, whose names have hyphens for underscores. Throws
+/// `Json::exception` where a value has another type.
+void Fill(google::protobuf::Message& message, const Json& object) {
+  using Field = google::protobuf::FieldDescriptor;
+  const auto* reflection = message.GetReflection();
+  for (const auto& [member, value] : object.items()) {
+    std::string name = member;
+    std::ranges::replace(name, '-', '_');
+    const Field* field = message.GetDescriptor()->FindFieldByName(name);
+    if (!field) continue;
+    if (field->is_repeated()) {
+      for (const Json& one : value) Fill(*reflection->AddMessage(&message, field), one);
+    } else if (field->cpp_type() == Field::CPPTYPE_MESSAGE) {
+      Fill(*reflection->MutableMessage(&message, field), value);
+    } else if (field->cpp_type() == Field::CPPTYPE_STRING) {
+      reflection->SetString(&message, field, value.get<std::string>());
+    } else if (field->cpp_type() == Field::CPPTYPE_UINT32) {
+      reflection->SetUInt32(&message, field, value.get<uint32_t>());
+    } else {
+      reflection->SetUInt64(&message, field, value.get<uint64_t>());
+    }
   }
-  constexpr std::string_view kOpening = R"({"tarq":)";
-  if (!data.starts_with(kOpening) || !data.ends_with('}')) return std::nullopt;
-  data = data.substr(kOpening.size(), data.size() - kOpening.size() - 1);
-  if (!google::protobuf::util::JsonStringToMessage({data.data(), data.size()}, &message).ok()) return std::nullopt;
-  return message;
 }
 
-std::string Printable(std::string text) {
-  std::ranges::replace_if(
-      text, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-  return text;
+std::optional<Tarq> FromJson(const Json& document) try {
+  Tarq message;
+  Fill(message, document.at("tarq"));
+  return message;
+} catch (const Json::exception&) {
+  return std::nullopt;
+}
+
+std::optional<Tarq> FromGpb(const std::string& data) {
+  Tarq message;
+  return message.ParseFromString(data) ? std::optional(message) : std::nullopt;
 }
 
 std::string Protocol(uint32_t number) {
@@ -92,7 +115,12 @@ std::string TerminalText(const Subscription& subscription, const standin::Sample
   std::string text = fmt::format("{}  {:<9} {:<4}  {} records, {} bytes{}\n", TimeText(sample.collectTimestamp),
                                  subscription.kind->name, subscription.encodingName(), sample.recordCount,
                                  sample.data.size(), sample.isActiveReportEnd ? ", end of report interval" : "");
-  auto message = Decode(subscription.encoding, sample.data);
+  bool isJson = subscription.encoding == kCodeTypeJson;
+  Json document = isJson ? Json::parse(sample.data, nullptr, false) : Json();
+  if (document.is_discarded()) {
+    return text + "    malformed JSON: " + Printable(sample.data.substr(0, kShownBytes)) + " ...\n";
+  }
+  auto message = isJson ? FromJson(document) : FromGpb(sample.data);
   if (!message) return text + "    (cannot be decoded)\n";
   AppendRecords(text, message->flow_native_ip_statistics().flow_native_ip_statistic());
   AppendRecords(text, message->flow_statistics().flow_statistic());

@@ -12,8 +12,8 @@ namespace tarq::host {
 inline constexpr int kShownRecords = 3;
 
 /// Makes a line with local time, kind, encoding, records and bytes, then an indented line for each of the first
-/// `kShownRecords` records. A sample that cannot be decoded says so in place of its records. Names from the data plane
-/// are cleared of control characters.
+/// `kShownRecords` records. A sample that cannot be decoded says so in place of its records; of a malformed JSON
+/// document the beginning is shown. Texts from the data plane are made printable.
 std::string TerminalText(const Subscription& subscription, const standin::Sample& sample);
 
 }  // namespace tarq::host

@@ -43,6 +43,15 @@ void SetFilter(pcap_t* handle, const std::string& expression) {
   if (status != 0) throw StartFailure(kBadUsage, "--filter '" + expression + "': " + pcap_geterr(handle));
 }
 
+/// With nanosecond precision the field for microseconds holds nanoseconds.
+std::optional<Timestamp> TimeOf(const timeval& time) {
+  constexpr long kNanosecondsPerSecond = 1'000'000'000;
+  // The file's seconds have no sign, but libpcap reads them as if they had: those from 2038 on are negative here.
+  const bool isIn32Bits = time.tv_sec >= INT32_MIN && time.tv_sec <= UINT32_MAX;
+  if (!isIn32Bits || time.tv_usec < 0 || time.tv_usec >= kNanosecondsPerSecond) return std::nullopt;
+  return Timestamp{static_cast<uint32_t>(time.tv_sec), static_cast<uint32_t>(time.tv_usec)};
+}
+
 std::string QuotedFile(const std::string& name) { return "cannot open capture '" + name + "': "; }
 
 }  // namespace
@@ -97,8 +106,7 @@ ReadResult Capture::Read(CapturedPacket& packet) {
     case 1:
       packet.bytes = {bytes, header->caplen};
       packet.originalLength = header->len;
-      // With nanosecond precision the field for microseconds holds nanoseconds.
-      packet.time = {static_cast<uint64_t>(header->ts.tv_sec), static_cast<uint32_t>(header->ts.tv_usec)};
+      packet.time = TimeOf(header->ts);
       return ReadResult::kPacket;
     case 0:
       return ReadResult::kNoneNow;
@@ -117,12 +125,29 @@ uint64_t Capture::KernelDrops() const {
 InterfaceNames::InterfaceNames(std::string name, uint32_t index, bool perIndex)
     : name_(name.substr(0, kMaxNameLength)), index_(index), perIndex_(perIndex) {}
 
-const std::string& InterfaceNames::NameOf(uint32_t index) {
-  if (!perIndex_ || index == index_) return name_;
-  const auto [entry, isNew] = looked_.try_emplace(index, name_);
-  char name[IF_NAMESIZE];
-  if (isNew && if_indextoname(index, name) != nullptr) entry->second = name;
-  return entry->second;
+uint32_t InterfaceNames::IndexFor(uint32_t fromLinkHeader) {
+  if (fromLinkHeader == 0) return index_;
+  if (!perIndex_) return fromLinkHeader;
+  auto entry = found_.find(fromLinkHeader);
+  if (entry == found_.end() && found_.size() < kMaxInterfaceNames) {
+    entry = found_.try_emplace(fromLinkHeader, Found{name_, true}).first;
+  }
+  if (entry != found_.end() && entry->second.isStale) {
+    char name[IF_NAMESIZE];
+    if (if_indextoname(fromLinkHeader, name) != nullptr) entry->second.name = name;
+    entry->second.isStale = false;
+  }
+  return fromLinkHeader;
+}
+
+const std::string& InterfaceNames::NameOf(uint32_t index) const {
+  const auto entry = found_.find(index);
+  return entry == found_.end() ? name_ : entry->second.name;
+}
+
+void InterfaceNames::Renew() {
+  if (found_.size() == kMaxInterfaceNames) found_.clear();
+  for (auto& [index, found] : found_) found.isStale = true;
 }
 
 InterfaceNames NamesFor(const Options& options) {

@@ -15,7 +15,9 @@
 
 namespace tarq::meter {
 
-/// Bytes captured of each packet: enough for the link, VLAN, MPLS and IP headers, extension headers included.
+/// Bytes captured of each packet. They hold the longest link header (20 bytes), all 16 tags and labels (64), and then
+/// an IPv4 header with its options, or an IPv6 header with extension headers of 128 bytes, and the ports behind it.
+/// Ports beyond the cut count as 0.
 inline constexpr int kSnapLength = 256;
 /// The kernel hands over captured packets after this time at the latest.
 inline constexpr int kHandOverMs = 100;
@@ -24,7 +26,7 @@ inline constexpr int kHandOverMs = 100;
 struct CapturedPacket {
   std::span<const uint8_t> bytes;
   uint32_t originalLength;
-  Timestamp time;
+  std::optional<Timestamp> time;  ///< seconds below 2^32; nothing when a damaged file gives what is no time
 };
 
 enum class ReadResult { kPacket, kNoneNow, kEnd, kFailed };
@@ -62,6 +64,9 @@ class Capture {
   int descriptor_ = -1;
 };
 
+/// Interfaces whose names are remembered; beyond them records carry the name of the source.
+inline constexpr size_t kMaxInterfaceNames = 4096;
+
 /// Names for the records' interface field, at most 63 bytes each.
 class InterfaceNames {
  public:
@@ -69,15 +74,22 @@ class InterfaceNames {
   InterfaceNames(std::string name, uint32_t index, bool perIndex);
 
   /// Index to count a packet under whose link header gave `fromLinkHeader` (0: none).
-  uint32_t IndexFor(uint32_t fromLinkHeader) const { return fromLinkHeader != 0 ? fromLinkHeader : index_; }
-  /// Valid as long as this object.
-  const std::string& NameOf(uint32_t index);
+  /// The first call after `Renew` looks up the index's name, so that an interface may be gone when it is reported.
+  uint32_t IndexFor(uint32_t fromLinkHeader);
+  /// The name under which `IndexFor` found it, else the source's. Valid until the next call of `IndexFor` or `Renew`.
+  const std::string& NameOf(uint32_t index) const;
+  /// A new period begins: names are looked up again. An interface that has gone keeps its name.
+  void Renew();
 
  private:
   const std::string name_;
   const uint32_t index_;
   const bool perIndex_;
-  std::unordered_map<uint32_t, std::string> looked_;
+  struct Found {
+    std::string name;
+    bool isStale;
+  };
+  std::unordered_map<uint32_t, Found> found_;
 };
 
 /// The names that belong to the source of packets in `options`.

@@ -4,6 +4,7 @@
 #include <netinet/tcp.h>
 #include <spdlog/spdlog.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,17 +13,44 @@
 #include <utility>
 
 namespace tarq::meter {
+namespace {
+
+/// Whether a connection to a port of this machine that nobody listens on took that port for its own end and so met
+/// itself.
+bool IsConnectedToItself(int socket) {
+  sockaddr_storage own{};
+  sockaddr_storage peer{};
+  socklen_t ownLength = sizeof own;
+  socklen_t peerLength = sizeof peer;
+  return getsockname(socket, reinterpret_cast<sockaddr*>(&own), &ownLength) == 0 &&
+         getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerLength) == 0 && ownLength == peerLength &&
+         std::memcmp(&own, &peer, ownLength) == 0;
+}
+
+/// Sends what follows the first `written` bytes of the frame, as far as it goes. Returns what `sendmsg` does.
+ssize_t SendRest(int socket, Frame& frame, size_t written) {
+  const size_t ofHeader = std::min(written, sizeof frame.header);
+  const size_t ofList = written - ofHeader;
+  iovec parts[] = {{reinterpret_cast<uint8_t*>(&frame.header) + ofHeader, sizeof frame.header - ofHeader},
+                   {frame.list.data() + ofList, frame.list.size() - ofList}};
+  msghdr message{};
+  message.msg_iov = parts;
+  message.msg_iovlen = std::size(parts);
+  return sendmsg(socket, &message, MSG_NOSIGNAL);
+}
+
+}  // namespace
 
 Connection::Connection(std::string label, std::vector<SocketAddress> addresses, size_t backlogBytes)
     : label_(std::move(label)), addresses_(std::move(addresses)), backlogBytes_(backlogBytes) {}
 
 Connection::~Connection() { Close(); }
 
-void Connection::Queue(std::vector<uint8_t> frame, uint32_t records) {
-  counters_.made.Add(1, records);
-  DropForRoom(frame.size());
-  queuedBytes_ += frame.size();
-  queue_.push_back({std::move(frame), records});
+void Connection::Queue(Frame frame) {
+  counters_.made.Add(1, frame.records);
+  DropForRoom(frame.heldBytes());
+  queuedBytes_ += frame.heldBytes();
+  queue_.push_back(std::move(frame));
 }
 
 void Connection::DropForRoom(size_t bytes) {
@@ -33,7 +61,7 @@ void Connection::DropForRoom(size_t bytes) {
 
 void Connection::LoseFrame(std::deque<Frame>::iterator frame) {
   counters_.lost.Add(1, frame->records);
-  queuedBytes_ -= frame->bytes.size();
+  queuedBytes_ -= frame->heldBytes();
   queue_.erase(frame);
 }
 
@@ -43,8 +71,8 @@ pollfd Connection::Interest() const {
 }
 
 std::optional<Clock::time_point> Connection::WakeAt() const {
-  if (state_ == State::kWaiting || state_ == State::kConnecting) return deadline_;
-  return std::nullopt;
+  if (state_ == State::kFinishing || state_ == State::kFinished || proven_) return std::nullopt;
+  return deadline_;
 }
 
 void Connection::Handle(short revents, Clock::time_point now) {
@@ -58,6 +86,7 @@ void Connection::Handle(short revents, Clock::time_point now) {
   } else if (revents & (POLLIN | POLLHUP | POLLERR)) {
     Read(now);
   }
+  Age(now);
   if (state_ == State::kOpen) Write(now);
   FinishIfSent(now);
 }
@@ -71,7 +100,7 @@ void Connection::Connect(Clock::time_point now) {
   state_ = State::kConnecting;
   deadline_ = now + kConnectTimeout;
   if (connect(socket_, reinterpret_cast<const sockaddr*>(&address.storage), address.length) == 0) {
-    Opened();
+    Connected(now);
   } else if (errno != EINPROGRESS) {
     Broken(std::strerror(errno), now);
   }
@@ -82,13 +111,37 @@ void Connection::FinishConnecting(Clock::time_point now) {
   socklen_t length = sizeof error;
   getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &length);
   if (error != 0) return Broken(std::strerror(error), now);
-  Opened();
+  Connected(now);
 }
 
-void Connection::Opened() {
-  state_ = State::kOpen;
-  away_ = false;
-  addressesTried_ = 0;
+void Connection::Connected(Clock::time_point now) {
+  if (IsConnectedToItself(socket_)) {
+    // Reset, not closed in order: that would keep the port from the host for a while.
+    const linger atOnce{1, 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    return Broken("nobody listens there", now);
+  }
+  state_ = State::kSettling;
+  deadline_ = now + kSettleTime;
+}
+
+void Connection::Age(Clock::time_point now) {
+  if (now < deadline_) return;
+  if (state_ == State::kSettling) {
+    state_ = State::kOpen;
+    away_ = false;
+    addressesTried_ = 0;
+    deadline_ += kProvenAfter - kSettleTime;
+  } else if (state_ == State::kOpen && !proven_) {
+    Proven();
+  }
+}
+
+void Connection::Proven() {
+  if (proven_) return;
+  proven_ = true;
+  saidAway_ = false;
+  pause_ = kFirstRetryPause;
   spdlog::info("{}: connected", label_);
 }
 
@@ -105,19 +158,17 @@ void Connection::Read(Clock::time_point now) {
 
 void Connection::Write(Clock::time_point now) {
   while (!queue_.empty()) {
-    const Frame& frame = queue_.front();
-    const ssize_t count = send(socket_, frame.bytes.data() + written_, frame.bytes.size() - written_, MSG_NOSIGNAL);
+    Frame& frame = queue_.front();
+    const ssize_t count = SendRest(socket_, frame, written_);
     if (count < 0) {
       if (errno != EAGAIN && errno != EINTR) Broken(std::strerror(errno), now);
       return;
     }
-    pause_ =
-        kFirstRetryPause;  // Only now: a host that takes connections and drops them at once is no better than none.
     written_ += static_cast<size_t>(count);
-    if (written_ < frame.bytes.size()) continue;
+    if (written_ < frame.wireBytes()) continue;
     counters_.sent.Add(1, frame.records);
     sentHere_.Add(1, frame.records);
-    queuedBytes_ -= frame.bytes.size();
+    queuedBytes_ -= frame.heldBytes();
     queue_.pop_front();
     written_ = 0;
   }
@@ -142,20 +193,21 @@ void Connection::FinishIfSent(Clock::time_point now) {
 void Connection::EndedByHost(Clock::time_point now) {
   if (state_ != State::kFinishing) return Broken("closed by the host", now);
   sentHere_ = {};  // It closed after us, having read to our end: all was taken.
+  Proven();
   Close();
   state_ = State::kFinished;
 }
 
 void Connection::Broken(const std::string& reason, Clock::time_point now) {
-  const bool neverOpened = state_ == State::kWaiting || state_ == State::kConnecting;
+  const bool neverOpened = state_ == State::kWaiting || state_ == State::kConnecting || state_ == State::kSettling;
   Close();
   state_ = State::kWaiting;
   deadline_ = now;
   if (neverOpened && ++addressesTried_ < addresses_.size()) return;  // The next one, at once.
   addressesTried_ = 0;
   const bool hasMore = !finish_ || !queue_.empty();
-  if (!away_) spdlog::warn("{}: {}{}", label_, reason, hasMore ? "; trying again" : "");
-  away_ = true;
+  if (!saidAway_) spdlog::warn("{}: {}{}", label_, reason, hasMore ? "; trying again" : "");
+  saidAway_ = away_ = true;
   deadline_ = now + pause_;
   pause_ = std::min(pause_ * 2, kLongestRetryPause);
 }
@@ -164,6 +216,7 @@ void Connection::Close() {
   counters_.unconfirmed.Add(sentHere_.messages, sentHere_.records);
   sentHere_ = {};
   written_ = 0;
+  proven_ = false;
   if (socket_ >= 0) close(socket_);
   socket_ = -1;
 }

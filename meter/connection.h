@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "standin/packed_list.h"
+
 namespace tarq::meter {
 
 using Clock = std::chrono::steady_clock;
@@ -42,23 +44,40 @@ inline constexpr std::chrono::milliseconds kFirstRetryPause{100};
 inline constexpr std::chrono::milliseconds kLongestRetryPause{2000};
 /// A connection attempt that takes longer has failed.
 inline constexpr std::chrono::milliseconds kConnectTimeout{2000};
+/// Nothing is sent on a new connection for this long, so that a host that accepts only to close again takes no message.
+inline constexpr std::chrono::milliseconds kSettleTime{100};
+/// A connection that has lived this long, or was confirmed, is good: it is logged, and the retry pause starts anew.
+inline constexpr std::chrono::milliseconds kProvenAfter{2000};
+
+/// A message on its way: what goes over the wire is the header, then the list.
+struct Frame {
+  wire::FrameHeader header;
+  std::vector<uint8_t> list;
+  uint32_t records;
+
+  size_t wireBytes() const { return sizeof header + list.size(); }
+  size_t heldBytes() const { return sizeof(Frame) + list.capacity(); }
+};
 
 /// Sends frames over TCP and connects again whenever the connection breaks. A frame that was written in part goes
 /// again, whole, over the next connection. Never blocks; driven by whoever polls its socket. Used by one thread.
 class Connection {
  public:
-  /// `label` names it in log lines. `addresses`, never empty, are tried in turn. The frames that wait take at most
-  /// `backlogBytes`, or are a single one.
+  /// `label` names it in log lines. `addresses`, never empty, are tried in turn. The frames that wait hold at most
+  /// `backlogBytes` of memory, or are a single one.
   Connection(std::string label, std::vector<SocketAddress> addresses, size_t backlogBytes);
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  /// Takes a whole frame with `records` records. Without room the oldest frames that are not yet begun are dropped.
-  void Queue(std::vector<uint8_t> frame, uint32_t records);
+  /// Takes a frame. Without room the oldest frames that are not yet begun are dropped.
+  void Queue(Frame frame);
 
-  bool HasRoom(size_t bytes) const { return queue_.empty() || queuedBytes_ + bytes <= backlogBytes_; }
-  /// Whether the last attempt to reach the host failed.
+  /// Whether a frame with a list of `listBytes` has room.
+  bool HasRoom(size_t listBytes) const {
+    return queue_.empty() || queuedBytes_ + sizeof(Frame) + listBytes <= backlogBytes_;
+  }
+  /// Whether the last attempt to reach the host failed, or its connection broke.
   bool away() const { return away_; }
   bool hasUnsent() const { return !queue_.empty(); }
   /// Whether the host's confirmation is awaited.
@@ -78,15 +97,13 @@ class Connection {
   void Abandon();
 
  private:
-  enum class State { kWaiting, kConnecting, kOpen, kFinishing, kFinished };
-  struct Frame {
-    std::vector<uint8_t> bytes;
-    uint32_t records;
-  };
+  enum class State { kWaiting, kConnecting, kSettling, kOpen, kFinishing, kFinished };
 
   void Connect(Clock::time_point now);
   void FinishConnecting(Clock::time_point now);
-  void Opened();
+  void Connected(Clock::time_point now);
+  void Age(Clock::time_point now);
+  void Proven();
   void Read(Clock::time_point now);
   void Write(Clock::time_point now);
   void FinishIfSent(Clock::time_point now);
@@ -104,15 +121,17 @@ class Connection {
   int socket_ = -1;
   size_t nextAddress_ = 0;
   size_t addressesTried_ = 0;     // since a connection was last open, in this round
-  Clock::time_point deadline_{};  // of the pause or the attempt
+  Clock::time_point deadline_{};  // of the pause, the attempt, the settling or the proving
   std::chrono::milliseconds pause_ = kFirstRetryPause;
+  bool proven_ = false;  // the present connection
   bool away_ = false;
+  bool saidAway_ = false;  // logged, with no proven connection since
   bool finish_ = false;
 
   std::deque<Frame> queue_;
-  size_t queuedBytes_ = 0;
-  size_t written_ = 0;  // bytes of the first frame
-  Tally sentHere_;      // over the present connection
+  size_t queuedBytes_ = 0;  // of memory
+  size_t written_ = 0;      // bytes of the first frame, its header included
+  Tally sentHere_;          // over the present connection
   KindCounters counters_;
 };
 

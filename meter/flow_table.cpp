@@ -19,6 +19,8 @@ uint64_t RandomSeed() {
 }
 
 constexpr size_t kFirstBuckets = 1024;
+/// A table with more buckets is given back when it is cleared: wiping them all would cost every small period after it.
+constexpr size_t kMaxKeptBuckets = 8192;
 
 }  // namespace
 
@@ -26,12 +28,12 @@ uint64_t FlowId(const FlowKey& key) { return HashOf(key, 0); }
 
 size_t FlowTable::Hash::operator()(const FlowKey& key) const { return HashOf(key, seed); }
 
-FlowTable::FlowTable(size_t maxFlows) : maxFlows_(maxFlows), flows_(kFirstBuckets, Hash{RandomSeed()}) {}
+FlowTable::FlowTable() : flows_(kFirstBuckets, Hash{RandomSeed()}) {}
 
-bool FlowTable::Count(const PacketFacts& facts, Timestamp time) {
+bool FlowTable::Count(const PacketFacts& facts, Timestamp time, bool mayOpen) {
   auto flow = flows_.find(facts.key);
   if (flow == flows_.end()) {
-    if (flows_.size() >= maxFlows_) return false;
+    if (!mayOpen) return false;
     const FlowCounts opened{0, 0, time, time, facts.dscp, facts.direction, facts.sourceMac};
     flow = flows_.emplace(facts.key, opened).first;
   }
@@ -39,6 +41,11 @@ bool FlowTable::Count(const PacketFacts& facts, Timestamp time) {
   flow->second.bytes += facts.ipBytes;
   flow->second.last = time;
   return true;
+}
+
+void FlowTable::Clear() {
+  if (flows_.bucket_count() <= kMaxKeptBuckets) return flows_.clear();
+  flows_ = decltype(flows_)(kFirstBuckets, flows_.hash_function());
 }
 
 }  // namespace tarq::meter

@@ -23,15 +23,15 @@ struct FlowCounts {
 /// Identifier of a flow: a hash of its key, the same in every period, run and machine.
 uint64_t FlowId(const FlowKey& key);
 
-/// Counts packets per flow, of at most `maxFlows` flows. Used by one thread.
+/// Counts packets per flow. Used by one thread.
 class FlowTable {
  public:
-  explicit FlowTable(size_t maxFlows);
+  FlowTable();
 
-  /// Adds one packet. False, with nothing counted, when it would open a flow beyond the limit.
-  bool Count(const PacketFacts& facts, Timestamp time);
+  /// Adds one packet. False, with nothing counted, when it would open a flow and `mayOpen` is false.
+  bool Count(const PacketFacts& facts, Timestamp time, bool mayOpen);
 
-  void Clear() { flows_.clear(); }
+  void Clear();
   size_t size() const { return flows_.size(); }
   auto begin() const { return flows_.begin(); }  ///< pairs of key and counts, in no order
   auto end() const { return flows_.end(); }
@@ -46,7 +46,6 @@ class FlowTable {
     bool operator()(const FlowKey& a, const FlowKey& b) const { return Words(a) == Words(b); }
   };
 
-  size_t maxFlows_;
   std::unordered_map<FlowKey, FlowCounts, Hash, Equal> flows_;
 };
 

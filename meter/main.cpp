@@ -2,6 +2,7 @@
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/spdlog.h>
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <optional>
@@ -51,6 +52,7 @@ ExitCode Run(const Options& options) {
 
 int main(int argc, char** argv) {
   using namespace tarq::meter;
+  std::signal(SIGPIPE, SIG_IGN);  // Metering goes on when nobody reads the log any more.
   try {
     const auto options = ReadOptions(argc, argv);
     return options ? Run(*options) : kAllConfirmed;

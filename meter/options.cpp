@@ -28,8 +28,8 @@ constexpr char kExamples[] = R"(Examples:
       meters what passes eth0 and sends it to a host on this machine
   tarq-meter --interface lo --filter 'not port 58234' --period 5
       the loopback interface, the meter's own messages left out
-  tarq-meter --pcap trace.pcap --channel 192.0.2.7:58234
-      replays a capture as fast as it goes; --pace real keeps its timing
+  tarq-meter --pcap trace.pcap --channel 127.0.0.1:58300
+      replays a capture as fast as it goes, to a host on another port; --pace real keeps its timing
   tarq-meter --synthetic 1000 --periods 3 --seed 7
       made-up flows, where capturing is not allowed
 
@@ -39,8 +39,17 @@ and BSD loopback links. Bytes are IP bytes. Fragments after the first have port 
 The meter's own messages on a captured interface are traffic like any other: --filter 'not port 58234' leaves them out.
 Capturing needs root or the capability CAP_NET_RAW.
 
+A period's records go out when it is over; where periods pass faster than time does (--pcap without --pace real, or
+--rate), a message may wait up to 1 s for more records. Up to 4 periods are open at a time, so that packets out of order around a
+period's edge count in it; a packet of a fifth one closes the one used least recently.
+
+The summary's "unconfirmed" covers everything that was sent on a connection that did not end in order: the host may or
+may not have it. What was not sent yet goes over the next connection.
+
+SIGINT or SIGTERM ends in order, a second one at once.
+
 Exit codes:
-  0  everything that was counted was sent, and the host took it
+  0  the host's channel took everything that was counted; what the host then did with it, its own summary tells
   1  packets, records or messages were lost, or it is not known whether the host took all of them, or reading failed
   2  the command line, the capture, the filter or the interface is no good
   3  capturing is not permitted here
@@ -105,14 +114,17 @@ void AddReporting(CLI::App& app, Options& options) {
   app.add_option("--period", options.periodSeconds, "Seconds per period")
       ->capture_default_str()
       ->check(CLI::Range(kMinPeriodSeconds, kMaxPeriodSeconds));
-  app.add_option("--max-flows", options.maxFlows, "Flows per period; packets of more are shown as not metered")
+  app.add_option(
+         "--max-flows", options.maxFlows,
+         "Flows over all open periods; beyond it the other periods close early, and packets of more flows in one period "
+         "are shown as not metered")
       ->capture_default_str()
       ->check(CLI::Range(1u, kMaxFlowsPerPeriod));
   app.add_option("--message-bytes", options.messageBytes, "Size of a message at most")
       ->capture_default_str()
       ->check(CLI::Range(kMinMessageBytes, wire::kMaxMessageLength));
   app.add_option("--backlog", options.backlogMib,
-                 "MiB of messages kept for a host that is away, a third per kind; beyond it the oldest are lost")
+                 "MiB of memory for messages while the host is away, a third per kind; beyond it the oldest are lost")
       ->capture_default_str()
       ->check(CLI::Range(1u, kMaxBacklogMib));
   app.add_flag("--quiet", options.quiet, "Warnings and errors only; the summary only when something is missing");

@@ -39,8 +39,14 @@ class Pipeline {
   /// Counts one packet that is known already.
   void Count(const PacketFacts& facts, Timestamp time);
 
+  /// Lets the host take what it can, without waiting.
+  void ServeHost();
+
   /// Waits until `remaining` returns 0 or less, asked again whenever something happened. False when stopped first.
   bool WaitUntilOver(const std::function<std::chrono::milliseconds()>& remaining);
+
+  /// Closes every period and hands all records over to the sender.
+  void End();
 
   PeriodMeter& periods() { return periods_; }
   Sender& sender() { return sender_; }
@@ -49,10 +55,12 @@ class Pipeline {
   const Reporter& reporter() const { return reporter_; }
 
  private:
+  void Report(uint64_t periodId, const FlowTable& flows);
   void Emit(Kind kind, std::vector<uint8_t> list, uint32_t records);
 
   const StopRequest& stop_;
   const bool isLive_;
+  const bool packsAcrossPeriods_;  // A message then waits for more records when its period has been reported.
   Sender sender_;
   InterfaceNames names_;
   Reporter reporter_;
@@ -60,7 +68,7 @@ class Pipeline {
   PacketCounters packets_;
 };
 
-/// Each takes packets from one kind of source until it ends or a stop is requested, and closes the last period.
+/// Each takes packets from one kind of source until it ends or a stop is requested, and ends the pipeline.
 /// False when reading failed; a log line says why.
 bool MeterInterface(const Options& options, Capture& capture, Pipeline& pipeline);
 bool MeterFile(const Options& options, Capture capture, Pipeline& pipeline);

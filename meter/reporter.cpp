@@ -15,17 +15,32 @@ Reporter::Reporter(uint32_t periodSeconds, uint32_t messageBytes, InterfaceNames
       nativeIpPacker_(messageBytes) {}
 
 void Reporter::Report(uint64_t periodId, const FlowTable& flows) {
+  if (!keptSince_) keptSince_ = Clock::now();
   for (const auto& [key, counts] : flows) {
     const FlowReport report{key, counts, periodId, periodSeconds_, names_.NameOf(key.ifIndex)};
     Add(Kind::kFlow, flowPacker_, MakeFlowEntry(report));
     Add(Kind::kFlowHop, flowHopPacker_, MakeFlowHopEntry(report));
     if (key.addressFamily == 0) Add(Kind::kNativeIp, nativeIpPacker_, MakeNativeIpEntry(report, services_));
   }
+  names_.Renew();
+  periods_ += 1;
+  flows_ += flows.size();
+}
+
+void Reporter::Flush() {
   EmitList(Kind::kFlow, flowPacker_);
   EmitList(Kind::kFlowHop, flowHopPacker_);
   EmitList(Kind::kNativeIp, nativeIpPacker_);
-  periods_ += 1;
-  flows_ += flows.size();
+  keptSince_.reset();
+}
+
+void Reporter::FlushIfDue(Clock::time_point now) {
+  if (keptSince_ && now >= *FlushDue()) Flush();
+}
+
+std::optional<Clock::time_point> Reporter::FlushDue() const {
+  if (!keptSince_) return std::nullopt;
+  return *keptSince_ + kLongestHold;
 }
 
 template <class Entry>

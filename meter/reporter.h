@@ -1,8 +1,10 @@
 // Turns the flows of a closed period into records, packs the records into messages and hands those to the sender.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "meter/capture.h"
@@ -16,6 +18,9 @@ namespace tarq::meter {
 /// Records of one flow: a flow record and a flow-hop record, and for IPv4 a native IP record.
 constexpr uint32_t RecordsPerFlow(const FlowKey& key) { return key.addressFamily == 0 ? 3 : 2; }
 
+/// Records wait at most about this long for others to fill their message, where messages are packed across periods.
+inline constexpr std::chrono::seconds kLongestHold{1};
+
 /// Used by one thread.
 class Reporter {
  public:
@@ -25,8 +30,14 @@ class Reporter {
   /// Messages take at most `messageBytes`. `names` must outlive this.
   Reporter(uint32_t periodSeconds, uint32_t messageBytes, InterfaceNames& names, Emit emit);
 
-  /// Reports all flows of one period; every message has been emitted when it returns.
+  /// Reports all flows of one period. Messages that are full are emitted, the last one of each kind is kept.
   void Report(uint64_t periodId, const FlowTable& flows);
+  /// Emits the messages that are kept.
+  void Flush();
+  /// Flushes when it is time to at `now`.
+  void FlushIfDue(Clock::time_point now);
+  /// When it is time to flush; nothing while no message is kept.
+  std::optional<Clock::time_point> FlushDue() const;
 
   uint64_t periods() const { return periods_; }
   uint64_t flows() const { return flows_; }  ///< added up over the periods
@@ -44,6 +55,7 @@ class Reporter {
   wire::ListPacker<FlowEntry> flowPacker_;
   wire::ListPacker<FlowHopEntry> flowHopPacker_;
   wire::ListPacker<NativeIpEntry> nativeIpPacker_;
+  std::optional<Clock::time_point> keptSince_;
   uint64_t periods_ = 0;
   uint64_t flows_ = 0;
 };

@@ -14,8 +14,16 @@ using std::chrono::milliseconds;
 /// Packets between two looks at the host while the file is read as fast as it goes.
 constexpr uint64_t kPacketsPerTurn = 16384;
 
-std::chrono::nanoseconds SinceEpoch(Timestamp time) {
-  return std::chrono::seconds(time.second) + std::chrono::nanoseconds(time.nanosecond);
+/// With `--pace real` a period is closed this long after its end, in the capture's time, so that packets out of order
+/// around it still count in it.
+constexpr uint64_t kPeriodGraceSeconds = 1;
+/// Times between packets beyond this, 136 years, are taken for this: more could overflow the clock.
+constexpr int64_t kLongestGapSeconds = int64_t{1} << 32;
+
+std::chrono::nanoseconds Between(Timestamp from, Timestamp to) {
+  const auto seconds = static_cast<int64_t>(to.second - from.second);  // Negative when `to` is earlier.
+  return std::chrono::seconds(std::clamp(seconds, -kLongestGapSeconds, kLongestGapSeconds)) +
+         std::chrono::nanoseconds(int64_t{to.nanosecond} - from.nanosecond);
 }
 
 /// Keeps the capture's own timing: the first packet comes at once, every other as long after it as its time stamp says.
@@ -23,20 +31,21 @@ class Pace {
  public:
   explicit Pace(Pipeline& pipeline) : pipeline_(pipeline) {}
 
-  /// Waits until `time` has come, closing the open period when it ends before. False when stopped.
+  /// Waits until `time` has come, closing periods that are over before. False when stopped.
   bool WaitFor(Timestamp time) {
     if (!first_) first_ = time;
-    const auto periodEnd = pipeline_.periods().EndSecond();
-    if (periodEnd && *periodEnd <= time.second) {
-      if (!WaitUntil({*periodEnd, 0})) return false;
-      pipeline_.periods().CloseIfOver(*periodEnd);
+    for (auto end = FirstEnd(); end && *end + kPeriodGraceSeconds <= time.second; end = FirstEnd()) {
+      if (!WaitUntil({*end + kPeriodGraceSeconds, 0})) return false;
+      pipeline_.periods().CloseOver(*end);
     }
     return WaitUntil(time);
   }
 
  private:
+  std::optional<uint64_t> FirstEnd() const { return pipeline_.periods().FirstEnd(); }
+
   bool WaitUntil(Timestamp time) {
-    const auto due = start_ + (SinceEpoch(time) - SinceEpoch(*first_));
+    const auto due = start_ + Between(*first_, time);
     return pipeline_.WaitUntilOver([due] { return std::chrono::ceil<milliseconds>(due - Clock::now()); });
   }
 
@@ -78,9 +87,11 @@ class Replay {
         spdlog::error("reading the capture failed: {}", capture.Error());
         return false;
       }
-      span_.Include(packet.time);
-      packet.time.second += shiftSeconds;
-      if (!Paced(packet.time)) break;
+      if (packet.time) {
+        span_.Include(*packet.time);
+        packet.time->second += shiftSeconds;
+        if (!Paced(*packet.time)) break;
+      }
       pipeline_.Count(capture.linkType(), packet);
     }
     return true;
@@ -91,7 +102,7 @@ class Replay {
  private:
   bool Paced(Timestamp time) {
     if (isPaced_) return pace_.WaitFor(time);
-    if (pipeline_.packets().seen % kPacketsPerTurn == 0) pipeline_.sender().Wait(milliseconds{0}, {});
+    if (pipeline_.packets().seen % kPacketsPerTurn == 0) pipeline_.ServeHost();
     return true;
   }
 
@@ -117,7 +128,7 @@ bool MeterFile(const Options& options, Capture capture, Pipeline& pipeline) {
       works = false;
     }
   }
-  pipeline.periods().Close();
+  pipeline.End();
   return works;
 }
 

@@ -11,36 +11,37 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::system_clock;
 
-/// A period is closed this long after its end: packets are handed over up to `kHandOverMs` after their time stamp.
+/// A period is closed this long after its end, once no packet waits any more: packets are handed over up to
+/// `kHandOverMs` after their time stamp.
 constexpr milliseconds kPeriodGrace{2 * kHandOverMs + 50};
 /// Packets read at most before the host and the clock get their turn.
 constexpr int kPacketsPerTurn = 4096;
 
 milliseconds UntilPeriodClose(const PeriodMeter& periods) {
-  const auto end = periods.EndSecond();
+  const auto end = periods.FirstEnd();
   if (!end) return std::chrono::minutes{1};
   const auto close = system_clock::time_point(std::chrono::seconds(*end)) + kPeriodGrace;
   return std::chrono::ceil<milliseconds>(close - system_clock::now());
 }
 
-void ClosePeriodByClock(PeriodMeter& periods) {
-  const auto time = (system_clock::now() - kPeriodGrace).time_since_epoch();
-  periods.CloseIfOver(static_cast<uint64_t>(std::chrono::floor<std::chrono::seconds>(time).count()));
+void ClosePeriodsByClock(PeriodMeter& periods, milliseconds grace) {
+  const auto time = (system_clock::now() - grace).time_since_epoch();
+  periods.CloseOver(static_cast<uint64_t>(std::chrono::floor<std::chrono::seconds>(time).count()));
 }
 
-/// Reads what is there, within a turn's limit. False when reading failed.
-bool ReadTurn(Capture& capture, Pipeline& pipeline) {
+/// Reads what is there, within a turn's limit. The last result: `kPacket` when more may wait.
+ReadResult ReadTurn(Capture& capture, Pipeline& pipeline) {
   CapturedPacket packet;
   for (int i = 0; i < kPacketsPerTurn; ++i) {
     const ReadResult result = capture.Read(packet);
     if (result == ReadResult::kFailed) spdlog::error("capturing failed: {}", capture.Error());
-    if (result != ReadResult::kPacket) return result != ReadResult::kFailed;
+    if (result != ReadResult::kPacket) return result;
     pipeline.Count(capture.linkType(), packet);
   }
-  return true;
+  return ReadResult::kPacket;
 }
 
-bool Turn(Capture& capture, Pipeline& pipeline, milliseconds timeout, int stopDescriptor) {
+ReadResult Turn(Capture& capture, Pipeline& pipeline, milliseconds timeout, int stopDescriptor) {
   std::array<pollfd, 2> descriptors{pollfd{capture.descriptor(), POLLIN, 0}, pollfd{stopDescriptor, POLLIN, 0}};
   pipeline.sender().Wait(timeout, descriptors);
   return ReadTurn(capture, pipeline);
@@ -50,7 +51,8 @@ bool Turn(Capture& capture, Pipeline& pipeline, milliseconds timeout, int stopDe
 bool ReadRest(Capture& capture, Pipeline& pipeline) {
   const auto end = Clock::now() + milliseconds{2 * kHandOverMs};
   while (Clock::now() < end) {
-    if (!Turn(capture, pipeline, std::chrono::ceil<milliseconds>(end - Clock::now()), -1)) return false;
+    const auto rest = std::chrono::ceil<milliseconds>(end - Clock::now());
+    if (Turn(capture, pipeline, rest, -1) == ReadResult::kFailed) return false;
   }
   return true;
 }
@@ -59,14 +61,18 @@ bool ReadRest(Capture& capture, Pipeline& pipeline) {
 
 bool MeterInterface(const Options& options, Capture& capture, Pipeline& pipeline) {
   spdlog::info("capturing on {}, period {} s", options.interface, options.periodSeconds);
+  const std::chrono::seconds period{options.periodSeconds};
   bool works = true;
   while (works && !pipeline.stop().requested()) {
-    works = Turn(capture, pipeline, UntilPeriodClose(pipeline.periods()), pipeline.stop().descriptor());
-    ClosePeriodByClock(pipeline.periods());
+    const ReadResult last = Turn(capture, pipeline, UntilPeriodClose(pipeline.periods()), pipeline.stop().descriptor());
+    works = last != ReadResult::kFailed;
+    // Packets that still wait may belong to a period that is over; it stays open for them, for one period at most.
+    const bool mayWait = last == ReadResult::kPacket;
+    ClosePeriodsByClock(pipeline.periods(), mayWait ? kPeriodGrace + period : kPeriodGrace);
   }
   if (works) works = ReadRest(capture, pipeline);
   pipeline.packets().kernelDrops = capture.KernelDrops();
-  pipeline.periods().Close();
+  pipeline.End();
   return works;
 }
 

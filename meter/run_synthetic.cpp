@@ -22,11 +22,16 @@ Timestamp Now() {
           static_cast<uint32_t>(std::chrono::nanoseconds(time - second).count())};
 }
 
-bool WaitForPeriodEnd(Pipeline& pipeline) {
-  const auto end = pipeline.periods().EndSecond();
+/// Waits for the open period's end, but for one period at most, should the wall clock be set back meanwhile.
+bool WaitForPeriodEnd(Pipeline& pipeline, std::chrono::seconds period) {
+  const auto end = pipeline.periods().FirstEnd();
   if (!end) return true;
   const system_clock::time_point time{std::chrono::seconds(*end)};
-  return pipeline.WaitUntilOver([time] { return std::chrono::ceil<milliseconds>(time - system_clock::now()); });
+  const auto latest = Clock::now() + period;
+  return pipeline.WaitUntilOver([time, latest] {
+    return std::min(std::chrono::ceil<milliseconds>(time - system_clock::now()),
+                    std::chrono::ceil<milliseconds>(latest - Clock::now()));
+  });
 }
 
 bool WaitUntil(Pipeline& pipeline, Clock::time_point due) {
@@ -38,6 +43,7 @@ bool WaitUntil(Pipeline& pipeline, Clock::time_point due) {
 bool MeterSynthetic(const Options& options, Pipeline& pipeline) {
   spdlog::info("making up {} flows, seed {}, period {} s", options.syntheticFlows, options.seed, options.periodSeconds);
   SyntheticTraffic traffic(options.syntheticFlows, options.seed);
+  const std::chrono::seconds period{options.periodSeconds};
   const bool isRated = options.recordsPerSecond != 0;
   const double roundSeconds = isRated ? static_cast<double>(traffic.RecordsPerRound()) / options.recordsPerSecond : 0;
   const auto interval = std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(roundSeconds));
@@ -46,10 +52,11 @@ bool MeterSynthetic(const Options& options, Pipeline& pipeline) {
     const Timestamp now = Now();
     traffic.Round([&](const PacketFacts& facts) { pipeline.Count(facts, now); });
     due = std::max(due + interval, Clock::now() - kLongestCatchUp);
-    const bool goesOn = isRated ? WaitUntil(pipeline, due) : WaitForPeriodEnd(pipeline);
-    pipeline.periods().Close();
+    const bool goesOn = isRated ? WaitUntil(pipeline, due) : WaitForPeriodEnd(pipeline, period);
+    pipeline.periods().CloseAll();
     if (!goesOn) break;
   }
+  pipeline.End();
   return true;
 }
 

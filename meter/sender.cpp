@@ -8,8 +8,6 @@
 #include <string>
 #include <utility>
 
-#include "standin/packed_list.h"
-
 namespace tarq::meter {
 namespace {
 
@@ -62,15 +60,13 @@ Sender::Sender(const Endpoint& endpoint, size_t backlogBytes) {
 
 void Sender::Queue(Kind kind, std::vector<uint8_t> list, uint32_t records) {
   const wire::FrameHeader header{TraitsOf(kind).msgId, static_cast<uint32_t>(list.size())};
-  const auto* bytes = reinterpret_cast<const uint8_t*>(&header);
-  list.insert(list.begin(), bytes, bytes + sizeof header);
-  At(kind).Queue(std::move(list), records);
+  At(kind).Queue({header, std::move(list), records});
 }
 
 void Sender::WaitForRoom(Kind kind, size_t bytes, int stopDescriptor) {
   const Connection& connection = At(kind);
   pollfd stop{stopDescriptor, POLLIN, 0};
-  while (!connection.HasRoom(bytes + sizeof(wire::FrameHeader)) && !connection.away() && stop.revents == 0) {
+  while (!connection.HasRoom(bytes) && !connection.away() && stop.revents == 0) {
     Wait(kLongestPoll, {&stop, 1});
   }
 }

@@ -26,7 +26,7 @@ std::vector<SocketAddress> Resolve(const Endpoint& endpoint);
 /// The way to the host. Nothing blocks but `Wait`, within its bound, and `WaitForRoom`. Used by one thread.
 class Sender {
  public:
-  /// `backlogBytes` bounds the frames that wait, all kinds together; each kind has a third of it.
+  /// `backlogBytes` bounds the memory of the frames that wait, all kinds together; each kind has a third of it.
   Sender(const Endpoint& endpoint, size_t backlogBytes);
 
   /// Takes one packed list with `records` records. Without room the kind's oldest messages are lost.

@@ -14,8 +14,13 @@ namespace {
 int g_stopDescriptor = -1;  // what the handler writes to
 volatile sig_atomic_t g_stopRequested = 0;
 
-void OnSignal(int) {
+constexpr int kEndSignals[] = {SIGINT, SIGTERM};
+
+void OnSignal(int number) {
   const int savedError = errno;
+  if (number != SIGALRM) {
+    for (const int one : kEndSignals) signal(one, SIG_DFL);  // The next one, whichever, ends the process.
+  }
   g_stopRequested = 1;
   const uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(g_stopDescriptor, &one, sizeof one);
@@ -29,8 +34,8 @@ StopRequest::StopRequest(std::chrono::milliseconds duration) {
   struct sigaction action {};
   action.sa_handler = OnSignal;
   // Without SA_RESTART, so that reading a capture from a pipe ends, too.
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
-  for (const int signal : {SIGINT, SIGTERM, SIGALRM}) sigaction(signal, &action, nullptr);
+  action.sa_flags = 0;
+  for (const int one : {SIGINT, SIGTERM, SIGALRM}) sigaction(one, &action, nullptr);
   const itimerval timer{{0, 0}, {duration.count() / 1000, duration.count() % 1000 * 1000}};
   if (duration.count() > 0) setitimer(ITIMER_REAL, &timer, nullptr);
 }

@@ -5,8 +5,8 @@
 
 namespace tarq::meter {
 
-/// Turns SIGINT, SIGTERM and the end of a duration into a descriptor that becomes readable for good. A second signal
-/// ends the process at once. There is one per process.
+/// Turns SIGINT, SIGTERM and the end of a duration into a descriptor that becomes readable for good. A second
+/// SIGINT or SIGTERM, whichever, ends the process at once. There is one per process.
 class StopRequest {
  public:
   /// `duration` 0 means no end. Signal handlers stay set afterwards.

@@ -25,9 +25,10 @@ class SyntheticTraffic {
   /// Records that one round adds up to.
   uint64_t RecordsPerRound() const;
 
- private:
+  /// What all packets of a flow have in common; `index` is below the number of flows.
   PacketFacts Flow(uint32_t index) const;
 
+ private:
   const uint32_t flows_;
   const uint64_t seed_;
   RandomSequence counts_;

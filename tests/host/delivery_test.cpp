@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <openssl/evp.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -14,6 +15,7 @@
 #include "host/accounts.h"
 #include "host/directory_output.h"
 #include "host/json_lines.h"
+#include "host/log.h"
 #include "host/terminal_text.h"
 #include "host/text_output.h"
 #include "tarq.pb.h"
@@ -46,7 +48,9 @@ std::string NativeIpGpb(int records) {
     auto* record = message.mutable_flow_native_ip_statistics()->add_flow_native_ip_statistic();
     record->set_source_ip("10.0.0." + std::to_string(i));
     record->set_destination_ip("10.0.1.1");
-    record->set_app_name("do\x1bmain");
+    record->set_app_name(
+        "do\x1bm\xc2\x9b\xe2\x80\xae\xef\xbb\xbf\xff"
+        "\xe4\xbd\xa0");
     record->set_packet_count(7);
   }
   return message.SerializeAsString();
@@ -83,8 +87,10 @@ TEST(TerminalText, FirstRecordsOfBothEncodingsAreShown) {
   Subscription flow = SubscriptionAt("flow:json"), native = SubscriptionAt("native-ip:gpb");
   EXPECT_THAT(TerminalText(flow, SampleFor(flow, FlowJson("eth0"))),
               EndsWith("    10.0.0.1:443 -> [2001:db8:0:0:0:0:0:1]:5000 tcp  12 packets, 3456 bytes\n"));
-  EXPECT_THAT(TerminalText(native, SampleFor(native, NativeIpGpb(5), 5)),
-              EndsWith("    10.0.0.2:0 -> 10.0.1.1:0 protocol 0 do?main  7 packets, 0 bytes\n    and 2 more\n"));
+  EXPECT_THAT(
+      TerminalText(native, SampleFor(native, NativeIpGpb(5), 5)),
+      EndsWith("    10.0.0.2:0 -> 10.0.1.1:0 protocol 0 do?m????\xe4\xbd\xa0  7 packets, 0 bytes\n    and 2 more\n"));
+  EXPECT_THAT(TerminalText(flow, SampleFor(flow, FlowJson("e\"\x1b"))), HasSubstr("    malformed JSON: {\"tarq\":{"));
   EXPECT_THAT(TerminalText(native, SampleFor(native, "\xff")), EndsWith("(cannot be decoded)\n"));
 }
 
@@ -132,6 +138,7 @@ class PipeDelivery : public testing::Test {
 };
 
 TEST_F(PipeDelivery, StalledReaderLosesOnlyTheOldestOfItsOwnQueueAndGetsTheRestInOrder) {
+  fcntl(ends_[1], F_SETFL, O_NONBLOCK);
   for (char i = 0; i < 60; ++i) Take(0, std::string(4096, static_cast<char>('A' + i)));
   Take(1, "!");
   EXPECT_FALSE(delivery_.WaitIdle(std::chrono::steady_clock::now()));
@@ -161,6 +168,18 @@ TEST_F(PipeDelivery, ReaderThatLeftIsReportedOnceAndAllItsSamplesCountAsFailed) 
   EXPECT_EQ(delivery_.counters(subscriptions_[0]).failed.records, 50u);
   EXPECT_EQ(gone_, 1);
   EXPECT_THAT(delivery_.GoneOutputs(), testing::ElementsAre("pipe: the reader is gone"));
+}
+
+TEST_F(PipeDelivery, WriterThatIsBlockedPastTheEndStillMayLog) {
+  StartLog("error");
+  Take(0, std::string(8192, 'x'));
+  pollfd begun{ends_[0], POLLIN, 0};
+  ASSERT_EQ(poll(&begun, 1, 20'000), 1);
+  EXPECT_FALSE(delivery_.Stop(std::chrono::steady_clock::now()));
+  StopLog(false);
+  close(ends_[0]);
+  EXPECT_TRUE(delivery_.Stop(Soon()));
+  EXPECT_EQ(gone_, 1);
 }
 
 TEST(Accounts, EachLossIsNamedAloneAndAGoodRunHasNone) {

@@ -20,6 +20,10 @@ TEST(Options, ValuesArriveAndSubscriptionsAreNumbered) {
   EXPECT_EQ(options.subscriptions[2].tlmId(), 1002u);
   EXPECT_EQ(options.port, 0);
   EXPECT_EQ(options.duration, std::chrono::milliseconds(500));
+  setenv(kPortVariable, "1x", 1);
+  EXPECT_EQ(Parse({}).index(), 1u);
+  setenv(kPortVariable, "", 1);
+  EXPECT_EQ(std::get<Options>(Parse({})).port, 58234);
 }
 
 TEST(Options, SubscriptionTextsAreRead) {
@@ -44,6 +48,8 @@ TEST(Options, BadUsageIsCode2AndOneLineThatNamesTheValue) {
       {"--format", "xml", "xml"},
       {"--duration", "nan", "\"nan\""},
       {"--queue-bytes", "1", "65536"},
+      {"--db", "", "--db: an empty name"},
+      {"--format=pretty", "--output=/dir", "\"/dir\""},
       {"--nonsense", "stray", "stray"},
       {"--subscribe", "flow", "\"flow\": no encoding"},
       {"--subscribe", "flow:json:gpb:1s", "unknown kind \"flow:json\""},

@@ -41,6 +41,13 @@ struct Metering : testing::Test {
     const pcap_pkthdr header{{second, nanosecond}, length, length};
     pcap_dump(reinterpret_cast<u_char*>(dump), &header, frame.data());
   }
+  using Counts = std::vector<std::pair<uint64_t, uint64_t>>;
+  /// Period and packets of each flow record, as they came.
+  Counts Counted() {
+    Counts counted;
+    for (const auto& entry : host.Entries<FlowEntry>()) counted.emplace_back(entry.periodId, entry.packetCount);
+    return counted;
+  }
   bool Run(int cutOff = 0) {
     pcap_dump_flush(dump);
     std::filesystem::resize_file(options.pcapFile, std::filesystem::file_size(options.pcapFile) - cutOff);
@@ -66,10 +73,48 @@ TEST_F(Metering, PacketsCountInThePeriodOfTheirTimeStamp) {
   for (const uint32_t second : {1010, 1019, 1009, 1010, 1041}) Write(second, 999'999'999, UdpFrame(1, 2));
   options.loops = 2;  // 32 s from first to last: the second time is 40 s later.
   EXPECT_TRUE(Run());
-  std::vector<std::pair<uint64_t, uint64_t>> counted;
-  for (const auto& entry : host.Entries<FlowEntry>()) counted.emplace_back(entry.periodId, entry.packetCount);
-  EXPECT_EQ(counted,
-            (decltype(counted){{101, 2}, {100, 1}, {101, 1}, {104, 1}, {105, 2}, {104, 1}, {105, 1}, {108, 1}}));
+  EXPECT_EQ(Counted(), (Counts{{100, 1}, {101, 3}, {104, 2}, {105, 3}, {108, 1}})) << "one record for each period";
+  EXPECT_EQ(host.lists[kFlowMsgId].size(), 1u) << "read at full speed, periods share messages";
+}
+
+TEST_F(Metering, OnlyAFifthPeriodClosesTheLeastRecentlyUsed) {
+  for (const uint32_t second : {100, 130, 120, 110, 100, 140, 109, 130}) Write(second, 0, UdpFrame(1, 2));
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Counted(), (Counts{{13, 1}, {12, 1}, {10, 3}, {11, 1}, {13, 1}, {14, 1}}));
+}
+
+TEST_F(Metering, EveryTimeStampOfAFileIsCountedOrRefused) {
+  for (const uint32_t second : {0u, 1u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu}) Write(second, 0, UdpFrame(1, 2));
+  Write(1, 1'000'000'000, UdpFrame(1, 2));
+  Write(1, 0xFFFFFFFF, UdpFrame(1, 2));
+  options.loops = 2;
+  EXPECT_TRUE(Run());
+  EXPECT_EQ(Counted(),
+            (Counts{{0, 2}, {214748364, 2}, {429496729, 1}, {429496730, 2}, {644245094, 2}, {858993459, 1}}));
+  EXPECT_EQ(std::tuple(pipeline->packets().metered, pipeline->packets().malformed), std::tuple(10, 4));
+}
+
+TEST_F(Metering, WherePeriodsPassInRealTimeEachIsSentAtItsEnd) {
+  options.paceReal = true;
+  pipeline.emplace(options, stop);
+  for (const uint64_t second : {1000, 1010}) pipeline->Count(SyntheticTraffic(1, 1).Flow(0), {second, 0});
+  pipeline->periods().CloseOver(1010);
+  pipeline->periods().CloseOver(1020);
+  Finish();
+  EXPECT_EQ(host.lists[kFlowMsgId].size(), 2u);
+}
+
+TEST(Reporter, AMessageWaitsForMoreRecordsOnlySoLong) {
+  InterfaceNames names("x", 0, false);
+  uint32_t emitted = 0;
+  Reporter reporter(10, 61440, names, [&](Kind, List, uint32_t records) { emitted += records; });
+  PeriodMeter periods(10, 9, [&](uint64_t id, const FlowTable& flows) { reporter.Report(id, flows); });
+  periods.Count(PacketFacts{}, {1000, 0});
+  periods.CloseAll();
+  reporter.FlushIfDue(Clock::now());
+  EXPECT_EQ(emitted, 0u);
+  reporter.FlushIfDue(Clock::now() + kLongestHold);
+  EXPECT_EQ(emitted, 3u);
 }
 
 TEST_F(Metering, AFlowsRecordsOfAllThreeKinds) {
@@ -124,7 +169,7 @@ TEST_F(Metering, ManyFlowsOfBothFamiliesFillMessagesUpToTheirLimit) {
   pipeline.emplace(options, stop);
   SyntheticTraffic traffic(1000, 7);
   traffic.Round([&](const PacketFacts& facts) { pipeline->Count(facts, {1000, 0}); });
-  pipeline->periods().Close();
+  pipeline->End();
   Finish();
   EXPECT_EQ(host.lists[kFlowMsgId].size(), 100u) << "10 records of 192 bytes each";
   const auto flows = host.Entries<FlowEntry>();

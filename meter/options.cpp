@@ -69,20 +69,31 @@ Options Checked(Options options, const std::string& channel, double linger, doub
   return options;
 }
 
+/// Where packets come from, of which exactly one is to be given. (Not an option group of the parser's: with one it
+/// never ends on an empty argument.)
 void AddSources(CLI::App& app, Options& options) {
-  auto* sources = app.add_option_group("Source", "Where packets come from; exactly one");
-  sources->add_option("--interface", options.interface, "Capture on this interface; 'any' for all")->type_name("IF");
-  sources->add_option("--pcap", options.pcapFile, "Replay this capture; '-' for standard input")->type_name("FILE");
-  sources->add_option("--synthetic", options.syntheticFlows, "Make up this many flows per period")
+  constexpr char kGroup[] = "Source, exactly one";
+  app.add_option("--interface", options.interface, "Capture on this interface; 'any' for all")
+      ->type_name("IF")
+      ->group(kGroup);
+  app.add_option("--pcap", options.pcapFile, "Replay this capture; '-' for standard input")
+      ->type_name("FILE")
+      ->group(kGroup);
+  app.add_option("--synthetic", options.syntheticFlows, "Make up this many flows per period")
       ->type_name("FLOWS")
-      ->check(CLI::Range(1u, kMaxSyntheticFlows));
-  sources->require_option(1);
+      ->check(CLI::Range(1u, kMaxSyntheticFlows))
+      ->group(kGroup);
+}
+
+void CheckSources(const CLI::App& app) {
+  if (app.count("--interface") + app.count("--pcap") + app.count("--synthetic") == 1) return;
+  throw StartFailure(kBadUsage, "give exactly one of --interface, --pcap and --synthetic; see tarq-meter --help");
 }
 
 void AddSourceDetails(CLI::App& app, Options& options) {
-  auto* live = app.get_option_group("Source")->get_option("--interface");
-  auto* file = app.get_option_group("Source")->get_option("--pcap");
-  auto* madeUp = app.get_option_group("Source")->get_option("--synthetic");
+  auto* live = app.get_option("--interface");
+  auto* file = app.get_option("--pcap");
+  auto* madeUp = app.get_option("--synthetic");
   app.add_option("--filter", options.filter, "Count only what this capture filter (BPF) lets through")
       ->type_name("EXPR")
       ->excludes(madeUp);
@@ -167,6 +178,7 @@ std::optional<Options> ReadOptions(int argc, char** argv) {
   app.footer(kExamples);
   try {
     app.parse(argc, argv);
+    CheckSources(app);
   } catch (const CLI::Success& request) {
     app.exit(request);
     return std::nullopt;

@@ -248,6 +248,7 @@ TEST(EndToEnd, WhatCannotStartSaysWhyAndLeavesNothing) {
       {with(host, {"--subscribe", "flow:xml"}), "xml"},
       {with(host, {"--output", "/proc/none/such"}), "/proc/none/such"},
       {with(host, {"--db", "/nonexistent/perf.db"}), "/nonexistent/perf.db"},
+      {{METER, "", "--channel", "h:1"}, "--help"},
       {{METER, "--pcap", file}, file},
       {{METER, "--interface", "nosuchif0"}, "nosuchif0"},
       {{METER, "--pcap", "x", "--synthetic", "3"}, "--help"},

@@ -71,29 +71,17 @@ struct FlowCase {
   }
   Members Expected() const {
     const Entry& e = entry;
-    return {{"flow-id", e.flowId},
-            {"direction", e.direction},
-            {"address-family", e.addressFamily},
-            {"source-ip", Ip(e, e.source)},
-            {"source-mask", e.sourceMask},
-            {"destination-ip", Ip(e, e.destination)},
-            {"destination-mask", e.destinationMask},
-            {"source-port", e.sourcePort},
-            {"destination-port", e.destinationPort},
-            {"protocol", e.protocol},
-            {"vpn-name", TextOf(e.vpnName)},
-            {"if-index", e.ifIndex},
-            {"if-name", TextOf(e.ifName)},
-            {"error-info", e.errorInfo},
-            {"error-info-ext", e.errorInfoExt},
-            {"interval", e.interval},
-            {"period-id", e.periodId},
-            {"packet-count", e.packetCount},
-            {"byte-count", e.byteCount},
-            {"timestamp-second", e.timestampSecond},
-            {"timestamp-nanosecond", e.timestampNanosecond},
-            {"dscp", e.dscp},
-            {"measure-mode", e.measureMode}};
+    // clang-format off
+    return {
+        {"flow-id", e.flowId}, {"direction", e.direction}, {"address-family", e.addressFamily},
+        {"source-ip", Ip(e, e.source)}, {"source-mask", e.sourceMask}, {"destination-ip", Ip(e, e.destination)},
+        {"destination-mask", e.destinationMask}, {"source-port", e.sourcePort},
+        {"destination-port", e.destinationPort}, {"protocol", e.protocol}, {"vpn-name", TextOf(e.vpnName)},
+        {"if-index", e.ifIndex}, {"if-name", TextOf(e.ifName)}, {"error-info", e.errorInfo},
+        {"error-info-ext", e.errorInfoExt}, {"interval", e.interval}, {"period-id", e.periodId},
+        {"packet-count", e.packetCount}, {"byte-count", e.byteCount}, {"timestamp-second", e.timestampSecond},
+        {"timestamp-nanosecond", e.timestampNanosecond}, {"dscp", e.dscp}, {"measure-mode", e.measureMode}};
+    // clang-format on
   }
   std::vector<int> WireOrder() const {
     return {2, 1, 1, 2, 12, 32, 14, 25, 3, 4, 5, 6, 7, 10, 8, 9, 22, 11, 13, 33, 15, 16, 17, 18, 19};
@@ -126,21 +114,15 @@ struct FlowHopCase {
   }
   Members Expected() const {
     const Entry& e = entry;
-    return {{"flow-id", e.flowId},
-            {"direction", e.direction},
-            {"if-index", e.ifIndex},
-            {"if-name", TextOf(e.ifName)},
-            {"error-info", e.errorInfo},
-            {"error-info-ext", e.errorInfoExt},
-            {"period-id", e.periodId},
-            {"packet-count", e.packetCount},
-            {"byte-count", e.byteCount},
-            {"timestamp-second", e.timestampSecond},
-            {"timestamp-nanosecond", e.timestampNanosecond},
-            {"measure-mode", e.measureMode},
-            {"sdwan-peer-site-id", e.sdwanPeerSiteId},
-            {"sdwan-src-tnp-id", e.sdwanSrcTnpId},
-            {"sdwan-dst-tnp-id", e.sdwanDstTnpId}};
+    // clang-format off
+    return {
+        {"flow-id", e.flowId}, {"direction", e.direction}, {"if-index", e.ifIndex}, {"if-name", TextOf(e.ifName)},
+        {"error-info", e.errorInfo}, {"error-info-ext", e.errorInfoExt}, {"period-id", e.periodId},
+        {"packet-count", e.packetCount}, {"byte-count", e.byteCount}, {"timestamp-second", e.timestampSecond},
+        {"timestamp-nanosecond", e.timestampNanosecond}, {"measure-mode", e.measureMode},
+        {"sdwan-peer-site-id", e.sdwanPeerSiteId}, {"sdwan-src-tnp-id", e.sdwanSrcTnpId},
+        {"sdwan-dst-tnp-id", e.sdwanDstTnpId}};
+    // clang-format on
   }
   std::vector<int> WireOrder() const {
     std::vector<int> order = {3, 1, 1, 2, 3, 22, 13, 4, 23, 5, 6, 7, 8, 9};
@@ -177,26 +159,18 @@ struct NativeIpCase {
   }
   Members Expected() const {
     const Entry& e = entry;
-    Members m = {{"source-ip", Ipv4(e.sourceIp)},
-                 {"destination-ip", Ipv4(e.destinationIp)},
-                 {"source-port", e.sourcePort},
-                 {"destination-port", e.destinationPort},
-                 {"protocol", e.protocol},
-                 {"if-name", ifName},
-                 {"direction", SAVRO_NTVTARQ_ENCODE_GetDirection(e.rawDirection, e.directionKind)},
-                 {"interval", e.interval},
-                 {"period-id", e.periodId},
-                 {"packet-count", e.packetCount},
-                 {"byte-count", e.byteCount},
-                 {"timestamp-second", e.timestampSecond},
-                 {"timestamp-nanosecond", e.timestampNanosecond},
-                 {"discarded-packet-count", e.discardedPacketCount},
-                 {"discarded-byte-count", e.discardedByteCount},
-                 {"discard-reason", e.discardReason},
-                 {"start-time", e.startTime},
-                 {"error-info", e.errorInfo},
-                 {"error-info-ext", e.errorInfoExt},
-                 {"encap-type", e.encapType}};
+    // clang-format off
+    Members m = {
+        {"source-ip", Ipv4(e.sourceIp)}, {"destination-ip", Ipv4(e.destinationIp)}, {"source-port", e.sourcePort},
+        {"destination-port", e.destinationPort}, {"protocol", e.protocol}, {"if-name", ifName},
+        {"direction", SAVRO_NTVTARQ_ENCODE_GetDirection(e.rawDirection, e.directionKind)},
+        {"interval", e.interval}, {"period-id", e.periodId}, {"packet-count", e.packetCount},
+        {"byte-count", e.byteCount}, {"timestamp-second", e.timestampSecond},
+        {"timestamp-nanosecond", e.timestampNanosecond}, {"discarded-packet-count", e.discardedPacketCount},
+        {"discarded-byte-count", e.discardedByteCount}, {"discard-reason", e.discardReason},
+        {"start-time", e.startTime}, {"error-info", e.errorInfo}, {"error-info-ext", e.errorInfoExt},
+        {"encap-type", e.encapType}};
+    // clang-format on
     char text[15];
     if (e.clientMac)
       snprintf(text, sizeof(text), "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]),

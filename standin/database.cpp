@@ -56,17 +56,21 @@ std::string Columns(std::string_view form, int first = 0) {
   return text;
 }
 
-const std::string kTableText(kTable);
-const std::string kWhereKey = " WHERE reserved = ?1 AND history_id = ?2";
-const std::string kCreate = "CREATE TABLE IF NOT EXISTS " + kTableText + " (" + Columns("$ INTEGER NOT NULL") +
-                            ", PRIMARY KEY (reserved, history_id)) WITHOUT ROWID";
-const std::string kInsert = "INSERT INTO " + kTableText + " VALUES (" + Columns("?#") + ")";
-const std::string kUpdate = "UPDATE " + kTableText + " SET " + Columns("$ = coalesce(?#, $)", kKeyColumns) + kWhereKey;
-const std::string kSelect = "SELECT " + Columns("$") + " FROM " + kTableText;
-const std::string kSelectRow = kSelect + kWhereKey;
-const std::string kSelectAll = kSelect + " ORDER BY reserved, history_id";
-const std::string kTruncate = "DELETE FROM " + kTableText;
-const std::string kTableInfo = "SELECT name, type, \"notnull\", pk FROM pragma_table_info('" + kTableText + "')";
+/// A text that is never destroyed: a task may still be using the database when the process ends.
+const std::string& Kept(std::string text) { return *new std::string(std::move(text)); }
+
+const std::string& kTableText = Kept(std::string(kTable));
+const std::string& kWhereKey = Kept(" WHERE reserved = ?1 AND history_id = ?2");
+const std::string& kCreate = Kept("CREATE TABLE IF NOT EXISTS " + kTableText + " (" + Columns("$ INTEGER NOT NULL") +
+                                  ", PRIMARY KEY (reserved, history_id)) WITHOUT ROWID");
+const std::string& kInsert = Kept("INSERT INTO " + kTableText + " VALUES (" + Columns("?#") + ")");
+const std::string& kUpdate =
+    Kept("UPDATE " + kTableText + " SET " + Columns("$ = coalesce(?#, $)", kKeyColumns) + kWhereKey);
+const std::string& kSelect = Kept("SELECT " + Columns("$") + " FROM " + kTableText);
+const std::string& kSelectRow = Kept(kSelect + kWhereKey);
+const std::string& kSelectAll = Kept(kSelect + " ORDER BY reserved, history_id");
+const std::string& kTruncate = Kept("DELETE FROM " + kTableText);
+const std::string& kTableInfo = Kept("SELECT name, type, \"notnull\", pk FROM pragma_table_info('" + kTableText + "')");
 
 /// What one object is for, and the fields set on it.
 struct DatabaseObject {

@@ -16,6 +16,15 @@ void CopyText(const std::string& text, char (&field)[kSize]) {
 
 uint32_t Word(uint64_t value) { return static_cast<uint32_t>(value); }
 
+/// What all three kinds tell of a flow's packets.
+template <class Counts, class Entry>
+void SetMeasured(const Counts& counts, Entry& entry) {
+  entry.packetCount = counts.packets;
+  entry.byteCount = counts.bytes;
+  entry.timestampSecond = Word(counts.last.second);
+  entry.timestampNanosecond = counts.last.nanosecond;
+}
+
 }  // namespace
 
 FlowEntry MakeFlowEntry(const FlowReport& report) {
@@ -35,10 +44,7 @@ FlowEntry MakeFlowEntry(const FlowReport& report) {
   entry.dscp = counts.dscp;
   entry.interval = static_cast<uint16_t>(periodSeconds);
   entry.periodId = periodId;
-  entry.packetCount = counts.packets;
-  entry.byteCount = counts.bytes;
-  entry.timestampSecond = Word(counts.last.second);
-  entry.timestampNanosecond = counts.last.nanosecond;
+  SetMeasured(counts, entry);
   return entry;
 }
 
@@ -50,10 +56,7 @@ FlowHopEntry MakeFlowHopEntry(const FlowReport& report) {
   CopyText(ifName, entry.ifName);
   entry.direction = counts.direction;
   entry.periodId = periodId;
-  entry.packetCount = counts.packets;
-  entry.byteCount = counts.bytes;
-  entry.timestampSecond = Word(counts.last.second);
-  entry.timestampNanosecond = counts.last.nanosecond;
+  SetMeasured(counts, entry);
   return entry;
 }
 
@@ -67,10 +70,7 @@ NativeIpEntry MakeNativeIpEntry(const FlowReport& report, const Services& servic
   entry.destinationPort = key.destinationPort;
   entry.protocol = key.protocol;
   entry.directionKind = kMeteredDirectionKind;
-  entry.packetCount = counts.packets;
-  entry.byteCount = counts.bytes;
-  entry.timestampSecond = Word(counts.last.second);
-  entry.timestampNanosecond = counts.last.nanosecond;
+  SetMeasured(counts, entry);
   entry.startTime = Word(counts.first.second);
   entry.interval = periodSeconds;
   entry.clientMac = counts.sourceMac == MacAddress{} ? nullptr : counts.sourceMac.data();

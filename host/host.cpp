@@ -13,6 +13,7 @@
 #include "host/directory_output.h"
 #include "host/json_lines.h"
 #include "host/log.h"
+#include "host/metrics.h"
 #include "host/port_check.h"
 #include "host/terminal_text.h"
 #include "host/text_output.h"
@@ -60,6 +61,7 @@ void Host::Start() try {
   if (!options_.portFile.empty()) portFile_.emplace(options_.portFile);
   module_.emplace(options_.module);
   CheckPort(options_.port);
+  ServeMetrics();
   // Last of what can be refused: a database of an earlier run stays as it is until here.
   OpenDatabase();
   StartModule();
@@ -73,6 +75,7 @@ void Host::Start() try {
 void Host::Abandon() {
   std::vector<std::string> ignored;
   StopModule(ignored);
+  metrics_.reset();
   if (stopped_) standin::CloseDatabase();
   if (portFile_) portFile_->Remove();
   created_.TakeBack();
@@ -92,8 +95,30 @@ void Host::OpenDatabase() {
   if (!error.empty()) throw std::runtime_error("database: " + error);
 }
 
+void Host::ServeMetrics() {
+  if (!options_.metricsPort) return;
+  auto metrics = [this] {
+    Accounts accounts = CollectAccounts(options_.subscriptions, delivery_, failures_);
+    accounts.droppedLogLines = DroppedLogLines();
+    return MetricsText(accounts);
+  };
+  metrics_.emplace(*options_.metricsPort, metrics, [this] { return Ailment(); });
+  spdlog::info("metrics at http://127.0.0.1:{}/metrics", metrics_->port());
+}
+
+std::string Host::Ailment() const {
+  if (!serving_) return "starting, or winding down\n";
+  std::string ailment;
+  if (!standin::PassLoops(kHealthTimeout)) ailment += "the module's worker does not answer\n";
+  for (const std::string& gone : delivery_.GoneOutputs()) ailment += gone + "\n";
+  return ailment;
+}
+
 void Host::StartModule() {
-  standin::SetLogHandler(LogPlatformLine);
+  standin::SetLogHandler([this](uint32_t level, std::string_view text) {
+    if (level == kLogFailure) failures_.Take(text);
+    LogPlatformLine(level, text);
+  });
   standin::SetSampleHandler([this](standin::Sample&& sample) { delivery_.Take(std::move(sample)); });
   standin::SetChannelPort(options_.port);
   uint32_t code = module_->Init(kModuleId);
@@ -121,15 +146,19 @@ void Host::Announce() {
   uint16_t port = standin::ChannelPort();
   if (portFile_) portFile_->Write(port);
   spdlog::info("listening on 127.0.0.1:{}", port);
+  serving_ = true;
 }
 
 Accounts Host::WindDown() {
   std::vector<std::string> faults;
+  serving_ = false;
   if (portFile_) portFile_->Remove();
   Deadline deadline = After(options_.drainTimeout);
   if (!Collect(deadline)) faults.push_back("not everything was delivered within the drain timeout");
   StopModule(faults);
-  Accounts accounts = CollectAccounts(options_.subscriptions, delivery_);
+  metrics_.reset();
+  Accounts accounts = CollectAccounts(options_.subscriptions, delivery_, failures_);
+  accounts.periods = standin::ReadPeriodTable();
   accounts.faults.insert(accounts.faults.end(), faults.begin(), faults.end());
   if (stopped_) standin::CloseDatabase();
   return accounts;

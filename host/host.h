@@ -1,6 +1,7 @@
 // The course of a run.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <optional>
@@ -10,6 +11,8 @@
 #include "host/accounts.h"
 #include "host/created_paths.h"
 #include "host/delivery.h"
+#include "host/metrics_server.h"
+#include "host/module_failures.h"
 #include "host/module_loader.h"
 #include "host/options.h"
 #include "host/port_file.h"
@@ -21,6 +24,8 @@ namespace tarq::host {
 inline constexpr uint32_t kModuleId = 1;
 /// Time for the module to take up its tasks at the start.
 inline constexpr std::chrono::seconds kStartTimeout{10};
+/// Time for the worker to answer before the host counts as unwell.
+inline constexpr std::chrono::seconds kHealthTimeout{2};
 
 /// One module with its platform, subscriptions and outputs. One per process, used by one thread.
 class Host {
@@ -44,6 +49,8 @@ class Host {
   void Abandon();
   void OpenOutput();
   void OpenDatabase();
+  void ServeMetrics();
+  std::string Ailment() const;
   void StartModule();
   void AddTasks();
   void Announce();
@@ -52,11 +59,14 @@ class Host {
 
   Options options_;
   Delivery delivery_;
+  FailureLines failures_;
   CreatedPaths created_;
   std::optional<PortFile> portFile_;
   std::optional<Module> module_;
   bool moduleStarted_ = false;
   bool stopped_ = false;
+  std::atomic<bool> serving_ = false;  ///< between start and wind-down
+  std::optional<MetricsServer> metrics_;
 };
 
 }  // namespace tarq::host

@@ -33,6 +33,8 @@ void LogPlatformLine(uint32_t level, std::string_view text) {
   spdlog::log(severity, "{}", Printable(text));
 }
 
+uint64_t DroppedLogLines() { return spdlog::thread_pool()->overrun_counter(); }
+
 uint64_t StopLog(bool threadsEnded) {
   auto pool = spdlog::thread_pool();
   // Once the flush is off the queue, all lines before it are written: one thread serves it.

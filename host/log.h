@@ -17,6 +17,9 @@ void StartLog(const std::string& level);
 /// Writes a line of the module or the stand-in, made printable: notes as debug, milestones as info, failures as error.
 void LogPlatformLine(uint32_t level, std::string_view text);
 
+/// Lines that were dropped so far.
+uint64_t DroppedLogLines();
+
 /// Writes what is waiting, blocking as long as that takes. Ends logging too when `threadsEnded`; else other threads may
 /// go on logging. Returns the number of lines that were dropped.
 uint64_t StopLog(bool threadsEnded);

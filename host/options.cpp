@@ -125,6 +125,10 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
   app.add_option("--port-file", options.portFile, "Holds the channel's port while messages are taken, for scripts")
       ->check(NotEmpty())
       ->type_name("FILE");
+  app.add_option("--metrics", options.metricsPort,
+                 "Serves /metrics (Prometheus) and /healthz on 127.0.0.1; 0 takes a free port, which is logged")
+      ->check(CLI::Range(0u, 65535u).description(""))
+      ->type_name("0..65535");
   app.add_option("--queue-bytes", options.queueBytes,
                  fmt::format("Bound of each subscription's queue, {} to {}; a full one drops its oldest samples",
                              kMinQueueBytes, kMaxQueueBytes))

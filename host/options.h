@@ -33,9 +33,10 @@ struct Options {
   std::string database;  ///< SQLite file; memory when empty
   std::string logLevel = "info";
   std::optional<std::chrono::milliseconds> duration;
-  std::string module;    ///< found by itself when empty
-  uint16_t port = 0;     ///< 0 for a free one
-  std::string portFile;  ///< none when empty
+  std::string module;                   ///< found by itself when empty
+  uint16_t port = 0;                    ///< 0 for a free one
+  std::string portFile;                 ///< none when empty
+  std::optional<uint16_t> metricsPort;  ///< 0 for a free one; no metrics when unset
   size_t queueBytes = kDefaultQueueBytes;
   std::chrono::milliseconds drainTimeout = kDefaultDrainTimeout;
 };

@@ -10,15 +10,7 @@
 
 namespace tarq::host {
 
-struct SampleCount {
-  uint64_t samples = 0;
-  uint64_t records = 0;
-
-  void Add(uint32_t recordCount) {
-    ++samples;
-    records += recordCount;
-  }
-};
+using standin::SampleCount;
 
 /// Holds one subscription's samples, oldest first, up to a limit in bytes. Not for several threads at once: its owner
 /// keeps a lock around it.

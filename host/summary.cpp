@@ -3,6 +3,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <chrono>
 #include <ctime>
 #include <iterator>
 
@@ -13,33 +14,49 @@ using Text = std::back_insert_iterator<std::string>;
 
 void AddIntake(Text out, const Accounts& accounts) {
   const auto& channel = accounts.channel;
+  const auto outcomes = accounts.outcomes();
   const auto& queue = accounts.statsQueue;
   fmt::format_to(out, "channel        {} messages, {} bytes; {} connections, {} faulted, {} from elsewhere refused\n",
                  channel.messages, channel.bytes, channel.connectionsAccepted, channel.connectionsFaulted,
                  channel.connectionsRefused);
-  fmt::format_to(out, "not queued     {} messages of kinds nobody subscribed to, {} passed over\n",
-                 accounts.notSubscribed(), accounts.passedOver());
-  fmt::format_to(out, "stats queue    {} messages written, {} refused, {} still waiting\n", queue.written,
-                 queue.refused, queue.depth);
+  fmt::format_to(out, "  of these     {} queued, {} refused by the full queue, {} failed, {} not subscribed to\n",
+                 outcomes.queued, outcomes.refused, outcomes.failed, outcomes.unwanted);
+  fmt::format_to(out, "stats queue    {} messages written, {} released unread, {} still waiting; held back {} times\n",
+                 queue.written, queue.unread, queue.depth, queue.stopEvents);
+  fmt::format_to(out, "cycles         {}, {} of them ended by the record limit; the longest event took {:.1f} ms\n",
+                 accounts.cycles(), accounts.limitHits(),
+                 std::chrono::duration<double, std::milli>(accounts.eventQueue.longestCallback).count());
+}
+
+/// A kind's records in one encoding; a dash where nobody subscribed to it.
+std::string EncodedText(const Accounts& accounts, const Kind& kind, CodeType encoding) {
+  auto records = accounts.encoded(kind, encoding);
+  return records ? std::to_string(*records) : "-";
 }
 
 void AddKinds(Text out, const Accounts& accounts) {
-  fmt::format_to(out, "\n{:<15}{:>10}{:>10}{:>12}\n", "unpacked", "messages", "refused", "records");
+  constexpr const char* kRow = "{:<15}{:>10}{:>11}{:>12}{:>12}{:>12}{:>13}\n";
+  fmt::format_to(out, "\n");
+  fmt::format_to(out, kRow, "unpacked", "messages", "malformed", "records", "json", "gpb", "not encoded");
   for (size_t i = 0; i < kKinds.size(); ++i) {
     const auto& messages = accounts.messages[i];
-    fmt::format_to(out, "{:<15}{:>10}{:>10}{:>12}\n", kKinds[i].name, messages.unpacked, messages.refused,
-                   messages.records);
+    fmt::format_to(out, kRow, kKinds[i].name, messages.unpacked, messages.refused, messages.records,
+                   EncodedText(accounts, kKinds[i], kCodeTypeJson), EncodedText(accounts, kKinds[i], kCodeTypeGpb),
+                   accounts.module.notEncoded[i]);
   }
 }
 
 void AddSubscriptions(Text out, const Accounts& accounts) {
-  fmt::format_to(out, "\n{:<24}{:>12}{:>12}{:>14}{:>14}{:>14}{:>14}\n", "subscription", "samples", "records",
-                 "not encoded", "queue dropped", "not delivered", "still waiting");
-  for (const auto& [subscription, counters, missing] : accounts.subscriptions) {
-    fmt::format_to(out, "{:<24}{:>12}{:>12}{:>14}{:>14}{:>14}{:>14}\n",
-                   fmt::format("{} {}", subscription.index + 1, subscription.text()), counters.delivered.samples,
-                   counters.delivered.records, missing, counters.dropped.records, counters.failed.records,
-                   counters.waiting.records);
+  constexpr const char* kRow = "{:<24}{:>12}{:>12}{:>12}{:>14}{:>14}{:>14}{:>14}\n";
+  fmt::format_to(out, "\n");
+  fmt::format_to(out, kRow, "subscription", "encoded", "samples", "records", "not accepted", "queue dropped",
+                 "not delivered", "still waiting");
+  for (const SubscriptionAccount& account : accounts.subscriptions) {
+    const auto& [subscription, uploads, output] = account;
+    fmt::format_to(out, kRow, fmt::format("{} {}", subscription.index + 1, subscription.text()),
+                   account.encoded().records, output.delivered.samples, output.delivered.records,
+                   uploads.refused.records + uploads.dropped.records, output.dropped.records, output.failed.records,
+                   output.waiting.records + uploads.waiting.records);
   }
   fmt::format_to(out, "(samples and records: delivered; the other columns count records)\n");
 }
@@ -47,10 +64,12 @@ void AddSubscriptions(Text out, const Accounts& accounts) {
 void AddPlatform(Text out, const Accounts& accounts) {
   const auto& framework = accounts.framework;
   const auto& database = accounts.database;
-  fmt::format_to(out, "\nframework      {} samples accepted, {} refused, {} dropped at the end; {} failure lines\n",
-                 framework.samplesAccepted, framework.samplesRefused, framework.samplesDropped, framework.failureLines);
+  fmt::format_to(out, "\nframework      {} samples uploaded; {} failure lines\n", framework.uploaded.samples,
+                 framework.failureLines);
   fmt::format_to(out, "database       {} rows inserted, {} updated; {} operations failed\n", database.inserts,
                  database.updates, database.failures);
+  fmt::format_to(out, "  records      {} counted in, {} out; {} unpacked ones forgotten with a displaced period\n",
+                 database.recordsIn, database.recordsOut, accounts.recordsForgotten());
   fmt::format_to(out, "buffers        ");
   for (auto [size, count] : framework.buffersInUse) fmt::format_to(out, "{} of {} bytes, ", count, size);
   fmt::format_to(out, "in use at the end; {} leaked\n", accounts.leakedBuffers());
@@ -76,7 +95,8 @@ void AddPeriods(Text out, const Accounts& accounts) {
 
 void AddLosses(Text out, const Accounts& accounts) {
   std::vector<std::string> losses = accounts.Losses();
-  fmt::format_to(out, "\n{}\n", losses.empty() ? "nothing was lost and nothing failed" : "lost or failed");
+  if (accounts.Imbalances().empty()) fmt::format_to(out, "\nthe books balance\n");
+  fmt::format_to(out, "{}\n", losses.empty() ? "nothing was lost and nothing failed" : "lost or failed");
   for (const std::string& loss : losses) fmt::format_to(out, "  {}\n", loss);
 }
 

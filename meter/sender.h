@@ -51,8 +51,8 @@ class Sender {
   template <class Condition>
   void WaitWhile(Condition condition, std::chrono::milliseconds linger);
 
-  // One connection per kind: a host drops the rest of a batch of messages at the first one of a kind that nobody has
-  // subscribed to, so a kind must not share its batches with another.
+  // One connection per kind: a receiver may drop the rest of a batch of messages at the first one of a kind that nobody
+  // has subscribed to, so a kind must not share its batches with another.
   std::array<std::unique_ptr<Connection>, kKinds.size()> connections_;
   std::vector<pollfd> descriptors_;
 };

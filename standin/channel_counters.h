@@ -16,14 +16,17 @@ class ChannelTotals {
     std::lock_guard lock(mutex_);
     ++(counters_.*counter);
   }
-  void Add(const std::vector<MessageDescriptor>& batch) {
+  void AddReceived(const MessageDescriptor& message) {
     std::lock_guard lock(mutex_);
-    counters_.messages += batch.size();
-    for (const MessageDescriptor& message : batch) {
-      counters_.bytes += message.msgLen;
-      auto& byId = counters_.messagesById;
-      if (byId.size() < kMaxCountedIds || byId.contains(message.msgId)) ++byId[message.msgId];
-    }
+    ++counters_.messages;
+    counters_.bytes += message.msgLen;
+  }
+  void Add(const MessageDescriptor& message, uint64_t MessageOutcomes::*outcome) {
+    std::lock_guard lock(mutex_);
+    auto& byId = counters_.byId;
+    const bool counted = byId.size() < kMaxCountedIds || byId.contains(message.msgId);
+    MessageOutcomes& outcomes = counted ? byId[message.msgId] : counters_.otherIds;
+    ++(outcomes.*outcome);
   }
   ChannelCounters Get() const {
     std::lock_guard lock(mutex_);
@@ -31,9 +34,15 @@ class ChannelTotals {
   }
 
  private:
-  mutable std::mutex mutex_;
   /// The kinds have their places from the start, however many other identifiers come first.
-  ChannelCounters counters_{.messagesById = {{kNativeIpMsgId, 0}, {kFlowMsgId, 0}, {kFlowHopMsgId, 0}}};
+  static ChannelCounters WithKinds() {
+    ChannelCounters counters;
+    for (const uint32_t msgId : {kNativeIpMsgId, kFlowMsgId, kFlowHopMsgId}) counters.byId[msgId];
+    return counters;
+  }
+
+  mutable std::mutex mutex_;
+  ChannelCounters counters_ = WithKinds();
 };
 
 inline ChannelTotals& Totals() {

@@ -12,6 +12,7 @@
 
 #include "platform/framework.h"
 #include "standin/channel_counters.h"
+#include "standin/crossings.h"
 #include "standin/log.h"
 
 namespace tarq::standin {
@@ -246,12 +247,21 @@ void ChannelServer::OnReadable(const ConnectionPtr& connection) {
 void ChannelServer::TakeIn(const ConnectionPtr& connection, size_t received) {
   batch_.clear();
   const auto excess = connection->buffer.Parse(received, std::chrono::steady_clock::now(), batch_);
-  if (!batch_.empty()) {
-    Totals().Add(batch_);
-    config_.onReceive(nullptr, batch_.data(), static_cast<uint32_t>(batch_.size()));
-  }
+  for (const MessageDescriptor& message : batch_) HandOver(message);
   connection->buffer.Compact();
   if (excess) Fault(connection, "a frame of %u bytes exceeds the limit of %u", *excess, wire::kMaxMessageLength);
+}
+
+/// Messages go one by one: a receiver may drop what comes in one batch behind a message that it does not want.
+void ChannelServer::HandOver(const MessageDescriptor& message) {
+  const Crossings& now = ThisThreadsCrossings();
+  const Crossings before = now;
+  Totals().AddReceived(message);
+  config_.onReceive(nullptr, &message, 1);
+  Totals().Add(message, now.elementsWritten > before.elementsWritten   ? &MessageOutcomes::queued
+                        : now.elementsRefused > before.elementsRefused ? &MessageOutcomes::refused
+                        : now.failureLines > before.failureLines       ? &MessageOutcomes::failed
+                                                                       : &MessageOutcomes::unwanted);
 }
 
 void ChannelServer::OnEnd(const ConnectionPtr& connection, int error) {

@@ -64,6 +64,7 @@ class ChannelServer : public std::enable_shared_from_this<ChannelServer> {
   void Admit(FileDescriptor socket, const sockaddr_in& peer);
   void OnReadable(const ConnectionPtr& connection);
   void TakeIn(const ConnectionPtr& connection, size_t received);
+  void HandOver(const MessageDescriptor& message);
   void OnEnd(const ConnectionPtr& connection, int error);
   void EndIntake();
   void Drain(const ConnectionPtr& connection);

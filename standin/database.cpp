@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <bitset>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string_view>
@@ -175,6 +176,7 @@ struct Store {
   Connection connection;
   bool closed = false;
   DatabaseCounters counters;
+  std::map<uint32_t, ReportPerfRecord> lastRows;  ///< slot -> the row that was handed over last
 };
 
 /// Never destroyed: a task may still be running when the process ends.
@@ -183,7 +185,27 @@ Store& TheStore() {
   return *store;
 }
 
+/// Counts the records that `row`, about to be saved, accounts for beyond its slot's last row.
+void CountRecords(const ReportPerfRecord& row) {
+  Store& store = TheStore();
+  std::lock_guard lock(store.mutex);
+  ReportPerfRecord& last = store.lastRows[row.history_id];
+  const bool goesOn = row.period_index == last.period_index && row.start_time_s == last.start_time_s &&
+                      row.start_time_ms == last.start_time_ms && row.in_wux_item_count >= last.in_wux_item_count;
+  if (!goesOn) last = {};
+  store.counters.recordsIn += row.in_wux_item_count - last.in_wux_item_count;
+  store.counters.recordsOut += row.out_item_count - last.out_item_count;
+  last = row;
+}
+
 enum class Outcome { kDone, kNoRow, kFailed };
+
+/// True when the connection's file is not where it was opened: what is written goes to no file anybody can open.
+bool HasMoved(const Connection& connection) {
+  int moved = 0;
+  sqlite3_file_control(connection.handle.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
 
 /// Runs `operation(connection, counters)` on the open database and returns the seam's result. `what` is for the log
 /// line.
@@ -195,6 +217,7 @@ uint32_t Operate(const char* what, Operation operation) {
   std::string error;
   if (store.connection.handle == nullptr) error = OpenConnection("", store.connection);
   if (!error.empty()) store.connection = {};
+  if (error.empty() && HasMoved(store.connection)) error = "its file was moved or deleted";
   const Outcome outcome = error.empty() ? operation(store.connection, store.counters) : Outcome::kFailed;
   if (outcome != Outcome::kFailed) return outcome == Outcome::kDone ? 0 : 1;
   ++store.counters.failures;
@@ -304,6 +327,8 @@ uint32_t db_read_obj(void* object, const KeyDescriptor* descriptor, const Report
 uint32_t db_update_obj(void* object, const KeyDescriptor* descriptor, const ReportPerfKey* key) {
   const auto found = FindKeyed(object, kDatabaseUpdate, descriptor, key);
   if (found == nullptr) return 1;
+  found->record.history_id = key->history_id;
+  CountRecords(found->record);
   return Operate("update a row", [&](Connection& connection, DatabaseCounters& counters) {
     sqlite3_stmt* const statement = connection.update.get();
     BindKey(statement, *key);
@@ -318,6 +343,7 @@ uint32_t db_update_obj(void* object, const KeyDescriptor* descriptor, const Repo
 uint32_t db_write_obj(void* object) {
   const auto found = FindObject(object);
   if (found == nullptr || found->operation != kDatabaseInsert) return 1;
+  CountRecords(found->record);
   return Operate("insert a row", [&](Connection& connection, DatabaseCounters& counters) {
     BindFields(connection.insert.get(), *found, 0);
     if (Step(connection.insert.get()) != SQLITE_DONE) return Outcome::kFailed;

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 
+#include "standin/crossings.h"
 #include "standin/log.h"
 #include "standin/sample_delivery.h"
 #include "standin/standin.h"
@@ -55,7 +56,10 @@ Framework& TheFramework() {
 
 void WriteLine(uint32_t level, const char* text) {
   Framework& framework = TheFramework();
-  if (level == kLogFailure) ++framework.failureLines;
+  if (level == kLogFailure) {
+    ++framework.failureLines;
+    ++ThisThreadsCrossings().failureLines;
+  }
   std::unique_lock lock(framework.logMutex);
   const auto handler = framework.logHandler;
   lock.unlock();
@@ -98,7 +102,7 @@ Sample CopyOf(const SampleBuffer& sample) {
 }
 
 uint32_t RefuseUpload(const SampleBuffer& sample, const char* reason) {
-  TheFramework().delivery.CountRefused(sample.recordCount);
+  TheFramework().delivery.CountRefused(sample.taskId, sample.recordCount);
   Log(kLogFailure, "[framework] a sample of %u bytes for task %u is refused: %s", sample.dataLen, sample.taskId,
       reason);
   return 1;
@@ -106,6 +110,7 @@ uint32_t RefuseUpload(const SampleBuffer& sample, const char* reason) {
 
 uint32_t Upload(uint32_t, const SampleBuffer* sample) {
   if (sample == nullptr) return 1;
+  TheFramework().delivery.CountUpload(sample->recordCount);
   if (sample->dataLen > kSampleDataCapacity) return RefuseUpload(*sample, "it exceeds a sample's capacity");
   try {
     return TheFramework().delivery.Accept(CopyOf(*sample)) ? 0 : 1;

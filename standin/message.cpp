@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "standin/crossings.h"
 #include "standin/log.h"
 #include "standin/packed_list.h"
 #include "standin/standin.h"
@@ -152,8 +153,15 @@ void Fill(const Kind& kind, const void* payload, uint32_t length, StatisticsList
   list.words[kind.countWord] = header.entryCount;
 }
 
+/// The list that the calling thread has in hand, by its message identifier.
+uint32_t& InHand() {
+  static thread_local uint32_t msgId = 0;
+  return msgId;
+}
+
 uint32_t Unpack(Kind& kind, const void* payload, uint32_t length, StatisticsList* list) {
   if (list == nullptr) return 1;
+  ++standin::ThisThreadsCrossings().unpackings;
   *list = {};
   Reason reason;
   Fill(kind, payload, length, *list, reason);
@@ -164,6 +172,7 @@ uint32_t Unpack(Kind& kind, const void* payload, uint32_t length, StatisticsList
   }
   ++kind.unpacked;
   kind.records += list->words[kind.countWord];
+  InHand() = kind.msgId;
   return 0;
 }
 
@@ -171,6 +180,7 @@ void Free(StatisticsList* list) {
   if (list == nullptr) return;
   std::free(reinterpret_cast<void*>(list->words[1]));
   *list = {};
+  InHand() = 0;
 }
 
 }  // namespace
@@ -190,6 +200,8 @@ void tarq_flow_hop_statistics_list_to_savro_free__unpacked(StatisticsList* list)
 void ntvtarq_entry_list_savro_free__unpacked(StatisticsList* list) { Free(list); }
 
 uint32_t ntvtarq_recv_init(void) { return 0; }  // unpacking needs no set-up
+
+uint32_t standin::ListInHand() { return InHand(); }
 
 standin::MessageCounters standin::GetMessageCounters(uint32_t msgId) {
   for (const Kind& kind : g_kinds) {

@@ -6,6 +6,7 @@
 #include <new>
 #include <utility>
 
+#include "standin/crossings.h"
 #include "standin/event_loop.h"
 #include "standin/log.h"
 #include "standin/registry.h"
@@ -40,6 +41,8 @@ class Queue : public std::enable_shared_from_this<Queue> {
   void Close();
 
  private:
+  void Serve(void* handle, uint32_t (*onReadable)(void*));
+  void CountUnread(bool taken);
   void CountCrossings();
   void DeliverCrossings(uint32_t (*onEvent)(uint32_t));
   uint8_t* Slot(uint32_t index) { return ring_.data() + size_t{index % status_.capacity} * elementSize_; }
@@ -51,8 +54,10 @@ class Queue : public std::enable_shared_from_this<Queue> {
   std::vector<uint8_t> ring_;
   uint32_t head_ = 0;
   bool closed_ = false;
-  Signal readable_;  ///< raised while the queue holds elements
-  Signal crossed_;   ///< raised while crossings wait for the monitor
+  bool taken_ = false;             ///< the last read took an element
+  uint64_t unpackingsAtRead_ = 0;  ///< by the reading thread
+  Signal readable_;                ///< raised while the queue holds elements
+  Signal crossed_;                 ///< raised while crossings wait for the monitor
   Source reader_;
   Source monitor_;
   std::shared_ptr<EventLoop> loop_;  ///< the monitor's, held while the queue is above
@@ -61,14 +66,33 @@ class Queue : public std::enable_shared_from_this<Queue> {
   uint64_t waitingCrossings_ = 0;  ///< not yet delivered; events alternate, so their number says which they are
 };
 
+/// The queue whose read callback the calling thread is in, or null.
+const Queue*& Served() {
+  static thread_local const Queue* queue = nullptr;
+  return queue;
+}
+
 bool Queue::Read(void* handle, const std::shared_ptr<EventLoop>& loop, uint32_t (*onReadable)(void*)) {
   std::lock_guard lock(mutex_);
   if (closed_ || reader_) return false;
   reader_ = loop->Add(readable_.fd(), [weak = weak_from_this(), handle, onReadable] {
     const auto queue = weak.lock();
-    if (queue != nullptr && queue->depth() > 0) onReadable(handle);
+    if (queue != nullptr && queue->depth() > 0) queue->Serve(handle, onReadable);
   });
   return static_cast<bool>(reader_);
+}
+
+void Queue::Serve(void* handle, uint32_t (*onReadable)(void*)) {
+  using std::chrono::steady_clock;
+  const auto start = steady_clock::now();
+  Served() = this;
+  onReadable(handle);
+  Served() = nullptr;
+  const std::chrono::nanoseconds passed = steady_clock::now() - start;
+  std::lock_guard lock(mutex_);
+  ++status_.callbacks;
+  status_.callbackTime += passed;
+  status_.longestCallback = std::max(status_.longestCallback, passed);
 }
 
 bool Queue::Monitor(const QueueMonitor& monitor, const std::shared_ptr<EventLoop>& loop,
@@ -93,6 +117,9 @@ uint32_t Queue::Write(const void* elements, uint32_t count) {
   if (added > 0 && status_.depth == added) readable_.Raise();
   status_.written += added;
   status_.refused += count - added;
+  if (Served() == this) status_.ownWrites += added;
+  ThisThreadsCrossings().elementsWritten += added;
+  ThisThreadsCrossings().elementsRefused += count - added;
   CountCrossings();
   return added;
 }
@@ -105,9 +132,18 @@ uint32_t Queue::Take(void* elements, uint32_t max) {
   head_ = (head_ + taken) % status_.capacity;
   status_.depth -= taken;
   status_.read += taken;
+  if (taken == 0) ++status_.emptyReads;
+  CountUnread(taken > 0);
   if (taken > 0 && status_.depth == 0) readable_.Clear();
   CountCrossings();
   return taken;
+}
+
+void Queue::CountUnread(bool taken) {
+  const uint64_t unpackings = ThisThreadsCrossings().unpackings;
+  if (taken_ && unpackings == unpackingsAtRead_) ++status_.unread;
+  taken_ = taken;
+  unpackingsAtRead_ = unpackings;
 }
 
 void Queue::CountCrossings() {

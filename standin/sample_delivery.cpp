@@ -24,24 +24,27 @@ bool SampleDelivery::Accept(Sample&& sample) {
   if (stopped_ || pendingBytes_ + BytesOf(sample) > kMaxPendingBytes) {
     const bool firstOfEpisode = !stopped_ && !std::exchange(full_, true);
     lock.unlock();
-    CountRefused(sample.recordCount);
+    CountRefused(sample.taskId, sample.recordCount);
     if (firstOfEpisode) Log(kLogFailure, "[framework] samples are refused: too many wait for delivery");
     return false;
   }
   full_ = false;
   if (!thread_.joinable()) thread_ = std::thread([this] { Run(); });
-  ++counters_.samplesAccepted;
-  counters_.recordsAccepted += sample.recordCount;
+  byTask_[sample.taskId].waiting.Add(sample.recordCount);
   pendingBytes_ += BytesOf(sample);
   waiting_.push_back(std::move(sample));
   wake_.notify_one();
   return true;
 }
 
-void SampleDelivery::CountRefused(uint32_t records) {
+void SampleDelivery::CountUpload(uint32_t records) {
   std::lock_guard lock(mutex_);
-  ++counters_.samplesRefused;
-  counters_.recordsRefused += records;
+  uploaded_.Add(records);
+}
+
+void SampleDelivery::CountRefused(uint32_t taskId, uint32_t records) {
+  std::lock_guard lock(mutex_);
+  byTask_[taskId].refused.Add(records);
 }
 
 void SampleDelivery::Run() {
@@ -53,13 +56,12 @@ void SampleDelivery::Run() {
     Sample sample = std::move(waiting_.front());
     waiting_.pop_front();
     const size_t bytes = BytesOf(sample);
-    const uint32_t records = sample.recordCount;
+    const auto [task, records] = std::pair(sample.taskId, sample.recordCount);
     const SampleHandler handler = handler_;
     lock.unlock();
     const bool delivered = Deliver(handler, std::move(sample));
     lock.lock();
-    ++(delivered ? counters_.samplesDelivered : counters_.samplesDropped);
-    (delivered ? counters_.recordsDelivered : counters_.recordsDropped) += records;
+    Settle(task, records, delivered ? &UploadCounters::delivered : &UploadCounters::dropped);
     pendingBytes_ -= bytes;
     if (Idle()) idle_.notify_all();
   }
@@ -78,6 +80,13 @@ bool SampleDelivery::Deliver(const SampleHandler& handler, Sample&& sample) {
   return false;
 }
 
+void SampleDelivery::Settle(uint32_t taskId, uint32_t records, SampleCount UploadCounters::*outcome) {
+  UploadCounters& counters = byTask_[taskId];
+  --counters.waiting.samples;
+  counters.waiting.records -= records;
+  (counters.*outcome).Add(records);
+}
+
 bool SampleDelivery::WaitIdle(std::chrono::milliseconds timeout) {
   std::unique_lock lock(mutex_);
   return idle_.wait_for(lock, timeout, [this] { return Idle(); });
@@ -91,10 +100,7 @@ void SampleDelivery::Stop() {
   lock.unlock();
   if (thread.joinable()) thread.join();
   lock.lock();
-  for (const Sample& sample : waiting_) {
-    ++counters_.samplesDropped;
-    counters_.recordsDropped += sample.recordCount;
-  }
+  for (const Sample& sample : waiting_) Settle(sample.taskId, sample.recordCount, &UploadCounters::dropped);
   waiting_.clear();
   pendingBytes_ = 0;
   idle_.notify_all();
@@ -102,7 +108,8 @@ void SampleDelivery::Stop() {
 
 void SampleDelivery::Count(FrameworkCounters& counters) const {
   std::lock_guard lock(mutex_);
-  counters = counters_;
+  counters.uploaded = uploaded_;
+  counters.byTask = byTask_;
 }
 
 }  // namespace tarq::standin

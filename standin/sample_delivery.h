@@ -19,18 +19,21 @@ class SampleDelivery {
   /// Takes a sample over. False when `kMaxPendingBytes` wait already or delivery has stopped.
   bool Accept(Sample&& sample);
 
+  /// Counts an upload, before anything becomes of it.
+  void CountUpload(uint32_t records);
   /// Counts an upload that was refused before it became a sample.
-  void CountRefused(uint32_t records);
+  void CountRefused(uint32_t taskId, uint32_t records);
 
   bool WaitIdle(std::chrono::milliseconds timeout);
   void Stop();
 
-  /// Fills in the counters of samples and records.
+  /// Fills in the counters of uploads.
   void Count(FrameworkCounters& counters) const;
 
  private:
   void Run();
   bool Deliver(const SampleHandler& handler, Sample&& sample);
+  void Settle(uint32_t taskId, uint32_t records, SampleCount UploadCounters::*outcome);
   bool Idle() const { return pendingBytes_ == 0; }
 
   mutable std::mutex mutex_;
@@ -42,7 +45,8 @@ class SampleDelivery {
   bool full_ = false;        ///< samples are being refused; noted in one log line
   bool stopped_ = false;
   std::thread thread_;
-  FrameworkCounters counters_;
+  SampleCount uploaded_;
+  std::map<uint32_t, UploadCounters> byTask_;
 };
 
 }  // namespace tarq::standin

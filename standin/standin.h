@@ -51,12 +51,32 @@ bool WaitDelivered(std::chrono::milliseconds timeout);
 /// Ends the delivery thread; what is still waiting is dropped and counted. Called once, after the module has stopped.
 void StopDelivery();
 
+struct SampleCount {
+  uint64_t samples = 0;
+  uint64_t records = 0;
+
+  void Add(uint32_t recordCount) {
+    ++samples;
+    records += recordCount;
+  }
+  void Add(const SampleCount& other) {
+    samples += other.samples;
+    records += other.records;
+  }
+  bool operator==(const SampleCount&) const = default;
+};
+
+/// What became of uploads. Every one is in exactly one of these.
+struct UploadCounters {
+  SampleCount refused;    ///< `kMaxPendingBytes` wait already, or the upload is malformed
+  SampleCount delivered;  ///< passed through the sample handler
+  SampleCount dropped;    ///< no handler was set, it threw, or still waiting at `StopDelivery`
+  SampleCount waiting;    ///< accepted, not yet through
+};
+
 struct FrameworkCounters {
-  uint64_t samplesAccepted = 0;   ///< uploads copied for delivery
-  uint64_t samplesRefused = 0;    ///< uploads refused: `kMaxPendingBytes` wait already, or the upload is malformed
-  uint64_t samplesDelivered = 0;  ///< passed through the sample handler
-  uint64_t samplesDropped = 0;    ///< no handler was set, it threw, or still waiting at `StopDelivery`
-  uint64_t recordsAccepted = 0, recordsRefused = 0, recordsDelivered = 0, recordsDropped = 0;
+  SampleCount uploaded;                       ///< uploads that the module made, counted as they come
+  std::map<uint32_t, UploadCounters> byTask;  ///< task identifier -> what became of its uploads
   uint64_t failureLines = 0;                  ///< log lines of level 2, the stand-in's own included
   std::map<uint32_t, uint64_t> buffersInUse;  ///< buffer size in bytes -> buffers not yet released
 };
@@ -77,7 +97,13 @@ struct QueueStatus {
   uint64_t written = 0;     ///< elements accepted so far
   uint64_t refused = 0;     ///< elements refused because the queue was full
   uint64_t read = 0;        ///< elements taken so far
+  uint64_t unread = 0;      ///< of a queue of messages: taken, and the next read came without an unpacking
+  uint64_t emptyReads = 0;  ///< reads that found nothing
+  uint64_t ownWrites = 0;   ///< elements accepted from within the queue's own read callback
   uint64_t stopEvents = 0;  ///< flow-control events 1 raised
+  uint64_t callbacks = 0;   ///< read callbacks that have returned
+  std::chrono::nanoseconds callbackTime{};     ///< what they took together
+  std::chrono::nanoseconds longestCallback{};  ///< and the longest of them
 };
 /// The live queues and those already destroyed, in order of creation; a destroyed queue keeps its last figures.
 std::vector<QueueStatus> Queues();
@@ -98,13 +124,30 @@ uint16_t ChannelPort();
 /// are closed. The server itself stays until the module stops it. False when `timeout` ran out first.
 bool StopChannelIntake(std::chrono::milliseconds timeout);
 
+/// What became of messages, as far as it crosses the seam. Every one is in exactly one of these.
+struct MessageOutcomes {
+  uint64_t queued = 0;    ///< written to a queue
+  uint64_t refused = 0;   ///< offered to a queue, which was full
+  uint64_t failed = 0;    ///< neither, and a failure was logged: an empty message, or no memory for it
+  uint64_t unwanted = 0;  ///< passed over without a word: nobody subscribed to its kind
+
+  uint64_t total() const { return queued + refused + failed + unwanted; }
+  void Add(const MessageOutcomes& other) {
+    queued += other.queued;
+    refused += other.refused;
+    failed += other.failed;
+    unwanted += other.unwanted;
+  }
+};
+
 struct ChannelCounters {
   uint64_t connectionsAccepted = 0;
-  uint64_t connectionsRefused = 0;            ///< from another machine
-  uint64_t connectionsFaulted = 0;            ///< closed for breaking the framing or a time limit
-  uint64_t messages = 0;                      ///< complete frames handed to the receive callback
-  uint64_t bytes = 0;                         ///< their payload bytes
-  std::map<uint32_t, uint64_t> messagesById;  ///< of the first `kMaxCountedIds` identifiers seen
+  uint64_t connectionsRefused = 0;           ///< from another machine
+  uint64_t connectionsFaulted = 0;           ///< closed for breaking the framing or a time limit
+  uint64_t messages = 0;                     ///< complete frames received
+  uint64_t bytes = 0;                        ///< their payload bytes
+  std::map<uint32_t, MessageOutcomes> byId;  ///< of the first `kMaxCountedIds` identifiers seen
+  MessageOutcomes otherIds;                  ///< of all further ones
 };
 ChannelCounters GetChannelCounters();
 
@@ -123,6 +166,9 @@ struct MessageCounters {
 /// Counters of one kind; all zero for an unknown `msgId`.
 MessageCounters GetMessageCounters(uint32_t msgId);
 
+/// The kind whose list the calling thread has unpacked and not freed yet, by its message identifier; 0 for none.
+uint32_t ListInHand();
+
 // ---- Database --------------------------------------------------------------------------------------------
 
 /// Opens the database, to be called before the module starts: a SQLite file, created when missing, or memory when
@@ -138,6 +184,9 @@ std::vector<ReportPerfRecord> ReadPeriodTable();
 struct DatabaseCounters {
   uint64_t inserts = 0, updates = 0, truncates = 0;  ///< that succeeded
   uint64_t failures = 0;                             ///< operations that SQLite refused; a missing row is no failure
+  /// Records in and out that the rows handed over account for, whether SQLite took them or not. A row counts from its
+  /// slot's last one on, from 0 when the period began anew.
+  uint64_t recordsIn = 0, recordsOut = 0;
 };
 DatabaseCounters GetDatabaseCounters();
 

@@ -1,4 +1,4 @@
-// From samples to where they arrive, judged by stock parsers, before readers that stall or leave; and the books of it.
+// From samples to where they arrive, judged by stock parsers, before readers that stall or leave.
 #include "host/delivery.h"
 
 #include <fcntl.h>
@@ -12,7 +12,6 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "host/accounts.h"
 #include "host/directory_output.h"
 #include "host/json_lines.h"
 #include "host/log.h"
@@ -180,32 +179,6 @@ TEST_F(PipeDelivery, WriterThatIsBlockedPastTheEndStillMayLog) {
   close(ends_[0]);
   EXPECT_TRUE(delivery_.Stop(Soon()));
   EXPECT_EQ(gone_, 1);
-}
-
-TEST(Accounts, EachLossIsNamedAloneAndAGoodRunHasNone) {
-  Accounts good;  // 10 flow messages and 5 of a kind that nobody subscribed to
-  good.channel.messages = 15;
-  good.channel.messagesById = {{kFlowMsgId, 10}, {kFlowHopMsgId, 5}};
-  good.statsQueue.written = 10;
-  good.framework.buffersInUse = {{30768, 6}, {4096, 1}, {3496, 1}};
-  good.subscriptions.push_back({SubscriptionAt("flow:json"), {}, 0});
-  EXPECT_THAT(good.Losses(), testing::IsEmpty());
-  const std::pair<void (*)(Accounts&), const char*> cases[] = {
-      {[](Accounts& a) { a.statsQueue.written = 7; }, "3 messages not queued"},
-      {[](Accounts& a) { a.statsQueue.written = 6, a.statsQueue.refused = 4; }, "4 messages refused by the full stats"},
-      {[](Accounts& a) { a.subscriptions[0].missing = 9; }, "9 records refused by the encoder"},
-      {[](Accounts& a) {
-         a.subscriptions[0].counters.dropped = {2, 8};
-       },
-       "2 samples, 8 records dropped by the full"},
-      {[](Accounts& a) { a.framework.buffersInUse[30768] = 7; }, "1 buffers leaked"},
-      {[](Accounts& a) { a.framework.buffersInUse[12] = 2, a.eventQueue.depth = 1; }, "1 buffers leaked"},
-  };
-  for (auto [spoil, loss] : cases) {
-    Accounts accounts = good;
-    spoil(accounts);
-    EXPECT_THAT(accounts.Losses(), testing::ElementsAre(HasSubstr(loss)));
-  }
 }
 
 }  // namespace

@@ -110,8 +110,14 @@ TEST(Framework, UploadsArriveInOrderUntilTooManyWait) {
   EXPECT_GT(got.size() * kSampleDataCapacity, kMaxPendingBytes * 9 / 10);
   StopDelivery();
   const auto all = GetFrameworkCounters();
-  EXPECT_THAT((std::vector{all.recordsAccepted, all.recordsDelivered, all.recordsDropped, all.recordsRefused}),
-              ElementsAre(7 * got.size(), 7 * (got.size() - 1), 7, 14));
+  UploadCounters sum;
+  for (const auto& [task, uploads] : all.byTask) {
+    sum.delivered.Add(uploads.delivered), sum.dropped.Add(uploads.dropped), sum.refused.Add(uploads.refused);
+    EXPECT_EQ(uploads.waiting, SampleCount());
+  }
+  EXPECT_EQ(all.uploaded.records, 7 * (got.size() + 2));
+  EXPECT_THAT((std::vector{sum.delivered.records, sum.dropped.records, sum.refused.records}),
+              ElementsAre(7 * (got.size() - 1), 7, 14));
   EXPECT_THAT(all.buffersInUse, SizeIs(0));
   EXPECT_THAT(failures.Get(), SizeIs(3)) << "one each: too many wait, too long, handler threw";
 }

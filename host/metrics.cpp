@@ -138,7 +138,8 @@ void AddRecords(Exposition& out, const Accounts& accounts) {
   for (const Kind& kind : kKinds) {
     for (CodeType encoding : {kCodeTypeJson, kCodeTypeGpb}) {
       if (auto records = accounts.encoded(kind, encoding)) {
-        out.Value(Labels(R"(kind="{}",encoding="{}")", kind.name, encoding == kCodeTypeJson ? "json" : "gpb"), *records);
+        out.Value(Labels(R"(kind="{}",encoding="{}")", kind.name, encoding == kCodeTypeJson ? "json" : "gpb"),
+                  *records);
       }
     }
   }
@@ -168,9 +169,9 @@ void AddStates(Exposition& out, const Accounts& accounts, uint64_t SampleCount::
 
 std::vector<State> Ended(const SubscriptionAccount& account) {
   const auto& [subscription, uploads, output] = account;
-  return {{"encoded", account.encoded()},         {"delivered", output.delivered},
-          {"dropped", output.dropped},            {"failed", output.failed},
-          {"framework_refused", uploads.refused}, {"framework_dropped", uploads.dropped}};
+  return {
+      {"encoded", account.encoded()}, {"delivered", output.delivered},        {"dropped", output.dropped},
+      {"failed", output.failed},      {"framework_refused", uploads.refused}, {"framework_dropped", uploads.dropped}};
 }
 
 std::vector<State> Waiting(const SubscriptionAccount& account) {
@@ -178,9 +179,11 @@ std::vector<State> Waiting(const SubscriptionAccount& account) {
 }
 
 void AddSubscriptions(Exposition& out, const Accounts& accounts) {
-  out.Family("tarq_subscription_samples_total", "counter", "Samples encoded for a subscription, and what became of them.");
+  out.Family("tarq_subscription_samples_total", "counter",
+             "Samples encoded for a subscription, and what became of them.");
   AddStates(out, accounts, &SampleCount::samples, Ended);
-  out.Family("tarq_subscription_records_total", "counter", "Records encoded for a subscription, and what became of them.");
+  out.Family("tarq_subscription_records_total", "counter",
+             "Records encoded for a subscription, and what became of them.");
   AddStates(out, accounts, &SampleCount::records, Ended);
   out.Family("tarq_subscription_waiting_samples", "gauge", "Samples on their way to a subscription.");
   AddStates(out, accounts, &SampleCount::samples, Waiting);

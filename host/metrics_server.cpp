@@ -31,7 +31,8 @@ MHD_Result OnRequest(void* server, MHD_Connection* connection, const char* url, 
       MHD_create_response_from_buffer(answer.body.size(), answer.body.data(), MHD_RESPMEM_MUST_COPY);
   if (response == nullptr) return MHD_NO;
   MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, answer.type.c_str());
-  if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED) MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
+  if (answer.status == MHD_HTTP_METHOD_NOT_ALLOWED)
+    MHD_add_response_header(response, MHD_HTTP_HEADER_ALLOW, "GET, HEAD");
   MHD_Result queued = MHD_queue_response(connection, answer.status, response);
   MHD_destroy_response(response);
   return queued;
@@ -48,10 +49,10 @@ MetricsServer::MetricsServer(uint16_t port, Metrics metrics, Health health)
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   address.sin_port = htons(port);
   errno = 0;
-  daemon_ = MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD, port, nullptr, nullptr, OnRequest, this,
-                             MHD_OPTION_SOCK_ADDR, &address, MHD_OPTION_CONNECTION_LIMIT, kMaxHttpConnections,
-                             MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMaxHttpConnectionBytes,
-                             MHD_OPTION_CONNECTION_TIMEOUT, kHttpTimeoutSeconds, MHD_OPTION_END);
+  daemon_ =
+      MHD_start_daemon(MHD_USE_AUTO_INTERNAL_THREAD, port, nullptr, nullptr, OnRequest, this, MHD_OPTION_SOCK_ADDR,
+                       &address, MHD_OPTION_CONNECTION_LIMIT, kMaxHttpConnections, MHD_OPTION_CONNECTION_MEMORY_LIMIT,
+                       kMaxHttpConnectionBytes, MHD_OPTION_CONNECTION_TIMEOUT, kHttpTimeoutSeconds, MHD_OPTION_END);
   if (daemon_ == nullptr) {
     throw std::runtime_error(fmt::format("metrics cannot be served on port {} of 127.0.0.1: {}; take another --metrics",
                                          port, std::strerror(errno)));

@@ -1,4 +1,5 @@
-// What the module did across the seam, by thread: tells the part of the platform that called it what became of a message.
+// What the module did across the seam, by thread: tells the part of the platform that called it what became of a
+// message.
 #pragma once
 
 #include <cstdint>

@@ -10,13 +10,12 @@
 #include <random>
 #include <set>
 
-#include "support/process.h"
+#include "programs.h"
 #include "tarq.pb.h"
 
 namespace tarq::test {
 namespace {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 using testing::HasSubstr;
 
@@ -100,27 +99,6 @@ json Decoded(const std::string& gpb) {
   EXPECT_TRUE(google::protobuf::util::MessageToJsonString(sample, &text, everything).ok());
   return json::parse(text);
 }
-
-class HostProcess {
- public:
-  HostProcess(const fs::path& scratch, std::vector<std::string> options, const std::string& port = "0")
-      : port_(scratch / "port") {
-    std::vector<std::string> command = {HOST, "--module", TEST_MODULE, "--port", port, "--port-file", port_.string()};
-    command.insert(command.end(), options.begin(), options.end());
-    process_ = std::make_unique<Process>(command, scratch / "host");
-    EXPECT_TRUE(Eventually([this] { return !ReadFile(port_).empty(); })) << process_->Err();
-  }
-  std::string Channel() const { return "127.0.0.1:" + std::to_string(std::stoi(ReadFile(port_))); }
-  Process& process() { return *process_; }
-  int Stop() {
-    process_->Signal(SIGTERM);
-    return process_->Wait();
-  }
-
- private:
-  fs::path port_;
-  std::unique_ptr<Process> process_;
-};
 
 TEST(EndToEnd, PacketAndByteSumsOfEveryFlowSurviveBothEncodings) {
   Scratch scratch;
@@ -211,17 +189,16 @@ TEST(EndToEnd, LoadOverCycleLimitAndFullBuffersLosesNothing) {
 
 TEST(EndToEnd, MeterWaitsForAHostThatIsAwayAndIsServedByTheNextOne) {
   Scratch scratch;
-  std::string channel;
+  std::string channel, port;
   {
     HostProcess first(scratch.path, {});
-    channel = first.Channel();
+    channel = first.Channel(), port = first.Port();
     EXPECT_EQ(first.Stop(), 0);
   }
-  fs::remove(scratch.path / "port");
   Process meter({METER, "--synthetic", "10", "--periods", "2", "--period", "1", "--channel", channel, "--linger", "30"},
                 scratch.path / "meter");
   EXPECT_TRUE(Eventually([&] { return !meter.Err().empty(); }));
-  HostProcess second(scratch.path, {}, channel.substr(channel.find(':') + 1));
+  HostProcess second(scratch.path, {}, port);
   EXPECT_EQ(meter.Wait(), 0) << meter.Err();
   EXPECT_EQ(second.Stop(), 0) << second.process().Err();
   EXPECT_THAT(second.process().Out(), HasSubstr("\"record_count\":"));
@@ -230,7 +207,7 @@ TEST(EndToEnd, MeterWaitsForAHostThatIsAwayAndIsServedByTheNextOne) {
 TEST(EndToEnd, WhatCannotStartSaysWhyAndLeavesNothing) {
   Scratch scratch, clean;
   HostProcess running(scratch.path, {});
-  const std::string port = running.Channel().substr(running.Channel().find(':') + 1);
+  const std::string port = running.Port();
   const std::string file = clean.path.string() + "/plain", folder = clean.path.string() + "/a/b";
   const std::vector<std::string> host = {HOST, "--module", TEST_MODULE, "--port", "0", "--duration", "0.1"};
   const auto with = [](std::vector<std::string> command, std::vector<std::string> more) {

@@ -1,4 +1,6 @@
 // Module, stand-in and delivery in one process, under load and faults: every message and record ends up in one count.
+#include "support/books.h"
+
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -20,7 +22,6 @@
 #include "standin/event_loop.h"
 #include "standin/packed_list.h"
 #include "standin/registry.h"
-#include "support/books.h"
 
 /// The module's clock: seconds that it is ahead, or that it fails.
 std::atomic<int> g_clockAhead = 0;
@@ -132,7 +133,8 @@ struct Running : testing::Test {
 
   /// Has a collection cycle now, in place of the timer's, and what follows from it.
   void Cycle() {
-    auto* const post = reinterpret_cast<uint32_t (*)(uint32_t)>(dlsym(library_, "SAVRO_TARQ_STATS_PushStatsEventToQue"));
+    auto* const post =
+        reinterpret_cast<uint32_t (*)(uint32_t)>(dlsym(library_, "SAVRO_TARQ_STATS_PushStatsEventToQue"));
     post(++second_);
     EXPECT_TRUE(Eventually([] {
       const auto queues = standin::Queues();
@@ -217,8 +219,9 @@ TEST_F(Running, EveryKindOfMessageIsInOneCountAtEveryLoad) {
   EXPECT_EQ(all.recordsUnpacked(), 1 + 3 * 666 + 3 * 5000 + 30 + 10 + 3u);
   EXPECT_EQ(all.recordsForgotten(), 0u);
   EXPECT_GE(all.limitHits(), 7u);
-  EXPECT_THAT(all.Losses(), testing::ElementsAre(HasSubstr("1 messages not queued"), HasSubstr("1 flow messages refused"),
-                                                 HasSubstr("60 times a flow record was refused")));
+  EXPECT_THAT(all.Losses(),
+              testing::ElementsAre(HasSubstr("1 messages not queued"), HasSubstr("1 flow messages refused"),
+                                   HasSubstr("60 times a flow record was refused")));
   EXPECT_EQ(all.outcomes().unwanted, 2u);
 }
 
@@ -324,7 +327,8 @@ const Fault kFaults[] = {
 };
 
 class EachFault : public Running, public testing::WithParamInterface<Fault> {};
-INSTANTIATE_TEST_SUITE_P(Books, EachFault, testing::ValuesIn(kFaults), [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(Books, EachFault, testing::ValuesIn(kFaults),
+                         [](const auto& test) { return test.param.name; });
 
 TEST_P(EachFault, LeavesTheBooksBalancedAndIsOverOnceMended) {
   const Fault& fault = GetParam();

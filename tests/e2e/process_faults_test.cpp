@@ -54,12 +54,14 @@ TEST(ProcessFaults, AHostKilledInMidCycleIsReplacedAndGetsTheMetersBacklog) {
   const std::string db = scratch.path / "perf.db";
   auto first = std::make_unique<HostProcess>(scratch.path, std::vector<std::string>{"--db", db, "--metrics", "0"});
   const std::string channel = first->Channel(), port = first->Port();
-  Process meter({METER, "--synthetic", "20000", "--periods", "6", "--period", "1", "--linger", "60", "--channel", channel},
+  Process meter({METER, "--synthetic", "20000", "--period", "1", "--linger", "60", "--channel", channel},
                 scratch.path / "meter");
   ASSERT_TRUE(Eventually([&] { return !first->process().Out().empty(); })) << "samples come: a cycle is on its way";
   first->process().Signal(SIGKILL);
   first->process().Wait();
   HostProcess second(scratch.path, {"--db", db, "--metrics", "0"}, port);
+  EXPECT_TRUE(Eventually([&] { return second.Metrics().Sum("tarq_records_unpacked_total") > 0; }));
+  meter.Signal(SIGTERM);
   EXPECT_EQ(meter.Wait(), 1) << "what the killed host had is not known";
 
   const std::string summary = meter.Err();
@@ -95,8 +97,9 @@ TEST(ProcessFaults, AMeterKilledInMidFrameCostsItsFrameAndTheNextMeterNothing) {
   host.process().Signal(SIGCONT);
   EXPECT_TRUE(Eventually([&] { return host.Metrics().Sum("tarq_channel_connections_total", {"faulted"}) > 0; }));
   const Books before = Settled(host, 1);
-  const Finished next = RunToEnd(
-      {METER, "--synthetic", "500", "--periods", "1", "--period", "1", "--channel", host.Channel()}, scratch.path / "next");
+  const Finished next =
+      RunToEnd({METER, "--synthetic", "500", "--periods", "1", "--period", "1", "--channel", host.Channel()},
+               scratch.path / "next");
   EXPECT_EQ(next.code, 0) << next.err;
   const Books books = Settled(host, before.Sum("tarq_records_unpacked_total") + 1);
   ExpectSameRecords(books, next.err, before);
@@ -131,7 +134,8 @@ TEST(Metrics, AreWellFormedAndHealthFollowsTheHost) {
   EXPECT_GT(books.Sum("tarq_channel_messages_total", {"unwanted"}), 0u) << "native IP";
   const fs::path file = scratch.path / "metrics";
   std::ofstream(file) << host.Get("metrics");
-  const Finished check = RunToEnd({"sh", "-c", "\"$0\" check metrics < \"$1\"", PROMTOOL, file}, scratch.path / "promtool");
+  const Finished check =
+      RunToEnd({"sh", "-c", "\"$0\" check metrics < \"$1\"", PROMTOOL, file}, scratch.path / "promtool");
   EXPECT_EQ(check.code, 0) << check.out << check.err;
   EXPECT_EQ(host.Get("healthz"), "ok\n");
   EXPECT_THAT(host.Get("elsewhere"), HasSubstr("/metrics and /healthz"));

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <memory>
-#include <regex>
+#include <sstream>
 
 #include "support/books.h"
 #include "support/process.h"
@@ -31,10 +31,10 @@ class HostProcess {
   }
 
   std::string Get(const std::string& page) const {
-    std::smatch url;
-    const std::string said = process_->Err();
-    EXPECT_TRUE(std::regex_search(said, url, std::regex("http://127.0.0.1:\\d+/")));
-    return RunToEnd({"curl", "-sS", url.str() + page}, log_.string() + "-get").out;
+    const std::string said = process_->Err(), start = "metrics at ";
+    const size_t at = said.find(start) + start.size();
+    const std::string url = said.substr(at, said.find("/metrics", at) - at);
+    return RunToEnd({"curl", "-sS", url + "/" + page}, log_.string() + "-get").out;
   }
   Books Metrics() const { return Books(Get("metrics")); }
 
@@ -48,10 +48,14 @@ struct MeterLine {
   uint64_t made = 0, sent = 0, lost = 0, unconfirmed = 0;
 };
 inline MeterLine MeterLineOf(const std::string& summary, const std::string& kind) {
-  std::smatch found;
-  const std::regex line("\n" + kind + " +(\\d+) +\\d+ +(\\d+) +\\d+ +(\\d+) +\\d+ +(\\d+) +\\d+");
-  if (!std::regex_search(summary, found, line)) return {};
-  return {std::stoull(found[1]), std::stoull(found[2]), std::stoull(found[3]), std::stoull(found[4])};
+  const size_t table = summary.find("records in "), line = summary.find("\n" + kind + " ", table);
+  if (table == summary.npos || line == summary.npos) return {};
+  std::istringstream fields(summary.substr(line));
+  std::string name;
+  uint64_t messages;
+  MeterLine parsed;
+  fields >> name >> parsed.made >> messages >> parsed.sent >> messages >> parsed.lost >> messages >> parsed.unconfirmed;
+  return parsed;
 }
 
 }  // namespace tarq::test

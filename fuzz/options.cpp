@@ -13,7 +13,10 @@ void TryHost(const std::vector<char*>& argv) {
   const auto result = host::ParseOptions(static_cast<int>(argv.size()), argv.data());
   if (const auto* exit = std::get_if<host::EarlyExit>(&result)) return Check(!exit->text.empty(), "an exit says why");
   const auto& options = std::get<host::Options>(result);
-  Check(!options.subscriptions.empty() && options.subscriptions.size() <= host::kMaxSubscriptions, "subscriptions");
+  const auto subscriptions = options.subscriptions();
+  Check(!subscriptions.empty() && subscriptions.size() <= host::kMaxSubscriptions, "subscriptions");
+  for (size_t i = 0; i < subscriptions.size(); ++i) Check(subscriptions[i].index == i, "numbered over all outputs");
+  Check(!options.outputs.empty() && options.outputs.size() <= host::kMaxOutputs, "outputs");
   Check(options.duration.value_or(1ms) > 0ms && options.drainTimeout >= 0ms && options.drainTimeout <= 1h, "times");
 }
 

@@ -53,6 +53,7 @@ void AddSubscription(LossList& losses, const SubscriptionAccount& account) {
   losses.Add(account.output.dropped, "dropped by the full queue of", name);
   losses.Add(account.output.failed, "failed to be delivered to", name);
   losses.Add(account.output.waiting, "still waiting in the queue of", name);
+  losses.Add(account.output.unconfirmed, "on a broken connection, which may not have arrived, of", name);
 }
 
 /// Gathers the lines of `Imbalances`.
@@ -212,6 +213,7 @@ Accounts CollectAccounts(const std::vector<Subscription>& subscriptions, const D
     standin::UploadCounters uploads = accounts.framework.byTask[subscription.taskId()];
     accounts.subscriptions.push_back({subscription, uploads, delivery.counters(subscription)});
   }
+  accounts.outputs = delivery.outputs();
   accounts.unknownSamples = delivery.unknownSamples();
   for (const std::string& gone : delivery.GoneOutputs()) accounts.faults.push_back(gone);
   return accounts;

@@ -40,6 +40,7 @@ struct Accounts {
   standin::FrameworkCounters framework;
   standin::DatabaseCounters database;
   std::vector<SubscriptionAccount> subscriptions;
+  std::vector<OutputStatus> outputs;
   std::vector<ReportPerfRecord> periods;  ///< only at the end
   uint64_t unknownSamples = 0;            ///< samples that belonged to no subscription
   uint64_t droppedLogLines = 0;           ///< not a loss of telemetry

@@ -43,6 +43,12 @@ std::vector<std::string> Delivery::GoneOutputs() const {
   return gone;
 }
 
+std::vector<OutputStatus> Delivery::outputs() const {
+  std::vector<OutputStatus> all;
+  for (auto& writer : writers_) all.push_back({writer->name(), writer->link()});
+  return all;
+}
+
 const Delivery::Route* Delivery::FindRoute(uint32_t taskId) const {
   auto found = std::ranges::find(routes_, taskId, &Route::taskId);
   return found == routes_.end() ? nullptr : &*found;

@@ -21,6 +21,12 @@ inline constexpr size_t kDefaultQueueBytes = 64u << 20;
 inline constexpr size_t kMinQueueBytes = 64u << 10;
 inline constexpr size_t kMaxQueueBytes = 1u << 30;
 
+/// How one output is getting on.
+struct OutputStatus {
+  std::string name;
+  LinkStatus link;
+};
+
 /// Hands each sample to its subscription's output. Outputs are added before the first sample comes.
 class Delivery {
  public:
@@ -45,6 +51,7 @@ class Delivery {
   uint64_t unknownSamples() const { return unknownSamples_; }
   /// "NAME: REASON" of each output that takes nothing more.
   std::vector<std::string> GoneOutputs() const;
+  std::vector<OutputStatus> outputs() const;
 
  private:
   struct Route {

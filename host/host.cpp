@@ -10,11 +10,13 @@
 #include <thread>
 #include <utility>
 
+#include "host/delimited.h"
 #include "host/directory_output.h"
 #include "host/json_lines.h"
 #include "host/log.h"
 #include "host/metrics.h"
 #include "host/port_check.h"
+#include "host/stream_output.h"
 #include "host/terminal_text.h"
 #include "host/text_output.h"
 
@@ -30,10 +32,21 @@ std::chrono::milliseconds Left(Deadline deadline) {
   return std::max(left, std::chrono::milliseconds{0});
 }
 
-std::unique_ptr<Output> MakeOutput(const Options& options) {
-  if (options.output != "-") return std::make_unique<DirectoryOutput>(options.output);
-  bool pretty = options.format == Format::kPretty || (options.format == Format::kAuto && isatty(STDOUT_FILENO));
-  return std::make_unique<TextOutput>(STDOUT_FILENO, "standard output", pretty ? TerminalText : JsonLine);
+SampleText TextOf(const OutputOptions& options) {
+  bool terminal = options.target.kind == Target::Kind::kStandardOutput && isatty(STDOUT_FILENO);
+  bool pretty = options.format == Format::kPretty || (options.format == Format::kAuto && terminal);
+  return options.format == Format::kDelimited ? Delimited : pretty ? TerminalText : JsonLine;
+}
+
+std::unique_ptr<Output> MakeOutput(const OutputOptions& options) {
+  switch (options.target.kind) {
+    case Target::Kind::kStandardOutput:
+      return std::make_unique<TextOutput>(STDOUT_FILENO, "standard output", TextOf(options));
+    case Target::Kind::kDirectory:
+      return std::make_unique<DirectoryOutput>(options.target.place);
+    default:
+      return std::make_unique<StreamOutput>(options.target, TextOf(options));
+  }
 }
 
 bool QueueEmpty(std::string_view name) {
@@ -57,7 +70,7 @@ Host::Host(Options options, StopSignals& signals)
     : options_(std::move(options)), delivery_(options_.queueBytes, [&signals] { signals.Wake(); }) {}
 
 void Host::Start() try {
-  OpenOutput();
+  OpenOutputs();
   if (!options_.portFile.empty()) portFile_.emplace(options_.portFile);
   module_.emplace(options_.module);
   CheckPort(options_.port);
@@ -81,9 +94,11 @@ void Host::Abandon() {
   created_.TakeBack();
 }
 
-void Host::OpenOutput() {
-  if (options_.output != "-") created_.NoteDirectory(options_.output);
-  delivery_.AddOutput(MakeOutput(options_), options_.subscriptions);
+void Host::OpenOutputs() {
+  for (const OutputOptions& output : options_.outputs) {
+    if (output.target.kind == Target::Kind::kDirectory) created_.NoteDirectory(output.target.place);
+    delivery_.AddOutput(MakeOutput(output), output.subscriptions);
+  }
 }
 
 void Host::OpenDatabase() {
@@ -98,7 +113,7 @@ void Host::OpenDatabase() {
 void Host::ServeMetrics() {
   if (!options_.metricsPort) return;
   auto metrics = [this] {
-    Accounts accounts = CollectAccounts(options_.subscriptions, delivery_, failures_);
+    Accounts accounts = CollectAccounts(options_.subscriptions(), delivery_, failures_);
     accounts.droppedLogLines = DroppedLogLines();
     return MetricsText(accounts);
   };
@@ -129,7 +144,7 @@ void Host::StartModule() {
 }
 
 void Host::AddTasks() {
-  for (const Subscription& subscription : options_.subscriptions) {
+  for (const Subscription& subscription : options_.subscriptions()) {
     TaskDescription description{};
     description.codeType = subscription.encoding;
     description.sampleIntervalMs = subscription.intervalMs;
@@ -157,7 +172,7 @@ Accounts Host::WindDown() {
   if (!Collect(deadline)) faults.push_back("not everything was delivered within the drain timeout");
   StopModule(faults);
   metrics_.reset();
-  Accounts accounts = CollectAccounts(options_.subscriptions, delivery_, failures_);
+  Accounts accounts = CollectAccounts(options_.subscriptions(), delivery_, failures_);
   accounts.periods = standin::ReadPeriodTable();
   accounts.faults.insert(accounts.faults.end(), faults.begin(), faults.end());
   if (stopped_) standin::CloseDatabase();

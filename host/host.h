@@ -47,7 +47,7 @@ class Host {
 
  private:
   void Abandon();
-  void OpenOutput();
+  void OpenOutputs();
   void OpenDatabase();
   void ServeMetrics();
   std::string Ailment() const;

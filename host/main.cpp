@@ -76,8 +76,10 @@ int Main(int argc, char** argv) {
   auto parsed = ParseOptions(argc, argv);
   if (auto* exit = std::get_if<EarlyExit>(&parsed)) return Say(*exit);
   const auto& options = std::get<Options>(parsed);
-  if (options.output == "-" && !hasOutput) {
-    return Say({2, "tarq-host: standard output is closed; name a directory with --output\n"});
+  bool wantsOutput = std::ranges::any_of(
+      options.outputs, [](const OutputOptions& output) { return output.target.kind == Target::Kind::kStandardOutput; });
+  if (wantsOutput && !hasOutput) {
+    return Say({2, "tarq-host: standard output is closed; name another --output\n"});
   }
   return Run(options);
 }

@@ -189,11 +189,36 @@ void AddSubscriptions(Exposition& out, const Accounts& accounts) {
   AddStates(out, accounts, &SampleCount::samples, Waiting);
   out.Family("tarq_subscription_waiting_records", "gauge", "Records on their way to a subscription.");
   AddStates(out, accounts, &SampleCount::records, Waiting);
+  auto unconfirmed = [](const SubscriptionAccount& account) {
+    return std::vector<State>{{"delivered", account.output.unconfirmed}};
+  };
+  out.Family("tarq_subscription_unconfirmed_records_total", "counter",
+             "Of the delivered records: those on a connection that broke before they were acknowledged.");
+  AddStates(out, accounts, &SampleCount::records, unconfirmed);
   out.Single("tarq_samples_uploaded_total", "counter", "Samples uploaded by the module.",
              accounts.framework.uploaded.samples);
   out.Single("tarq_samples_not_framed_total", "counter", "Samples that could not be framed for their upload.",
              accounts.module.notFramed);
   out.Single("tarq_samples_unknown_total", "counter", "Samples for tasks that nobody added.", accounts.unknownSamples);
+}
+
+/// One value for each output.
+template <class Member>
+void AddOutputs(Exposition& out, const Accounts& accounts, const char* name, const char* type, const char* help,
+                Member member) {
+  out.Family(name, type, help);
+  for (size_t i = 0; i < accounts.outputs.size(); ++i) {
+    const OutputStatus& output = accounts.outputs[i];
+    out.Value(Labels(R"(output="{}",target="{}")", i + 1, Escaped(output.name)), uint64_t{output.link.*member});
+  }
+}
+
+void AddOutputs(Exposition& out, const Accounts& accounts) {
+  AddOutputs(out, accounts, "tarq_output_up", "gauge", "1 while the output is open or connected.", &LinkStatus::up);
+  AddOutputs(out, accounts, "tarq_output_connects_total", "counter", "Connections made to a subscriber.",
+             &LinkStatus::connects);
+  AddOutputs(out, accounts, "tarq_output_losses_total", "counter", "Connections to a subscriber that were lost.",
+             &LinkStatus::losses);
 }
 
 void AddPlatform(Exposition& out, const Accounts& accounts) {
@@ -235,6 +260,7 @@ std::string MetricsText(const Accounts& accounts) {
   AddWorker(out, accounts);
   AddRecords(out, accounts);
   AddSubscriptions(out, accounts);
+  AddOutputs(out, accounts);
   AddPlatform(out, accounts);
   AddProcess(out);
   return out.Take();

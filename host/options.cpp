@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <map>
@@ -11,6 +12,7 @@
 #include <system_error>
 
 #include "host/log.h"
+#include "host/stream_output.h"
 #include "standin/packed_list.h"
 #include "standin/standin.h"
 
@@ -31,29 +33,36 @@ Samples come every 3 seconds while there are records. INTERVAL (a number with ms
 For the same reason a --drain-timeout of less than 3 seconds risks the last records. After it, ending the threads may
 take {} s more, and the summary as long again where nobody reads it.
 
+A --subscribe or --format belongs to the --output before it, or to the first. Subscribers on tcp: or unix: are dialled,
+and again {} ms to {} s later while they are away; meanwhile their queues fill and then drop their oldest samples.
+
 Examples:
   tarq-host                                           all kinds in JSON, on standard output
   tarq-host --subscribe flow:json:10s | jq .data      flow records only
   tarq-host --subscribe native-ip:gpb --output DIR    GPB samples as files:
     protoc --decode=tarq.Tarq -I schema schema/tarq.proto < DIR/SAMPLE.pb
+  tarq-host --output tcp:127.0.0.1:9000 --subscribe flow:json \
+            --output unix:/run/hops --format delimited --subscribe flow-hop:gpb
+                                                      two subscribers, each with its own
   tarq-host --db perf.db --duration 60                keep the period table:
     sqlite3 perf.db 'select * from tarq_savro_report_perf'
 
-Limits: {} subscriptions; {} connections served at a time, others wait; {} bytes a message, {} s for it to complete;
+Limits: {} outputs; {} subscriptions; {} connections served at a time, others wait; {} bytes a message, {} s for it to complete;
 {} bytes of samples on their way to the queues; {} log lines waiting to be written.
 
 Exit codes: 0 nothing was lost or failed; 1 something was, the summary names it; 2 bad usage or the start failed.)",
-      kMaxIntervalMs, kStopTimeout.count(), kMaxSubscriptions, standin::kMaxConnections, wire::kMaxMessageLength,
-      standin::kHalfFrameTimeout.count(), standin::kMaxPendingBytes, kMaxWaitingLogLines);
+      kMaxIntervalMs, kStopTimeout.count(), kFirstRetry.count(),
+      std::chrono::duration_cast<std::chrono::seconds>(kLastRetry).count(), kMaxOutputs, kMaxSubscriptions,
+      standin::kMaxConnections, wire::kMaxMessageLength, standin::kHalfFrameTimeout.count(), standin::kMaxPendingBytes,
+      kMaxWaitingLogLines);
 }
 
 const std::map<std::string, Format> kFormats{
-    {"auto", Format::kAuto}, {"lines", Format::kLines}, {"pretty", Format::kPretty}};
+    {"auto", Format::kAuto}, {"lines", Format::kLines}, {"pretty", Format::kPretty}, {"delimited", Format::kDelimited}};
 
 /// The command line as it is typed, before it is turned into `Options`.
 struct Raw {
-  std::vector<std::string> subscriptions;
-  std::string format = "auto";
+  std::vector<std::string> outputs, subscriptions, formats;
   double duration = 0;
   double drainTimeout = std::chrono::duration<double>(kDefaultDrainTimeout).count();
   uint16_t port = wire::kDefaultChannelPort;
@@ -91,18 +100,21 @@ std::chrono::milliseconds Milliseconds(double seconds) {
 void Declare(CLI::App& app, Options& options, Raw& raw) {
   app.set_version_flag("--version", "tarq-host " TARQ_VERSION);
   app.footer(Footer());
-  app.add_option("--subscribe", raw.subscriptions, "KIND:ENCODING[:INTERVAL], repeatable; default every kind in JSON")
-      ->type_name("TEXT")
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  app.add_option("--output", options.output, "Directory that gets a file per sample; default \"-\", standard output")
-      ->check(NotEmpty())
-      ->type_name("DIR");
-  app.add_option("--format", raw.format,
-                 "On standard output: JSON lines, or a readable text; auto takes that on a terminal")
+  auto repeatable = [&app](const char* name, std::vector<std::string>& values, const char* help) {
+    return app.add_option(name, values, help)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  };
+  repeatable("--subscribe", raw.subscriptions, "KIND:ENCODING[:INTERVAL], repeatable; default every kind in JSON")
+      ->type_name("TEXT");
+  repeatable(
+      "--output", raw.outputs,
+      "Where samples go, repeatable: \"-\", standard output, the default; a directory, which gets a file per sample; "
+      "tcp:HOST:PORT or unix:PATH, where a subscriber listens")
+      ->type_name("TARGET");
+  repeatable("--format", raw.formats,
+             "Of that output: JSON lines; a readable text (standard output only), which auto takes on a terminal; "
+             "delimited, GPB samples with their lengths")
       ->check(CLI::IsMember(&kFormats).description(""))
-      ->type_name("auto|lines|pretty")
-      ->capture_default_str();
+      ->type_name("auto|lines|pretty|delimited");
   app.add_option("--db", options.database, "SQLite file for the period table; default in memory")
       ->check(NotEmpty())
       ->type_name("FILE");
@@ -141,13 +153,64 @@ void Declare(CLI::App& app, Options& options, Raw& raw) {
       ->capture_default_str();
 }
 
+/// The options of one output as they were typed.
+struct RawOutput {
+  std::string target = "-";
+  std::vector<std::string> formats, subscriptions;
+};
+
+/// Sorts the options of outputs by output: they belong to the `--output` before them, the ones before the first to the
+/// first.
+std::vector<RawOutput> SortByOutput(const CLI::App& app, const Raw& raw) {
+  std::vector<RawOutput> outputs(1);
+  auto target = raw.outputs.begin(), subscription = raw.subscriptions.begin(), format = raw.formats.begin();
+  for (const CLI::Option* option : app.parse_order()) {
+    const std::string& name = option->get_lnames().empty() ? option->get_name() : option->get_lnames().front();
+    if (name == "output") {
+      if (target != raw.outputs.begin()) outputs.emplace_back();
+      outputs.back().target = *target++;
+    }
+    if (name == "subscribe") outputs.back().subscriptions.push_back(*subscription++);
+    if (name == "format") outputs.back().formats.push_back(*format++);
+  }
+  return outputs;
+}
+
+void CheckFormat(const OutputOptions& output) {
+  auto refuse = [&output](std::string_view reason) {
+    throw std::invalid_argument(fmt::format("output \"{}\": {}", output.target.text, reason));
+  };
+  bool gpbOnly = std::ranges::all_of(
+      output.subscriptions, [](const Subscription& subscription) { return subscription.encoding == kCodeTypeGpb; });
+  if (output.format == Format::kPretty && output.target.stream()) refuse("--format pretty is for standard output only");
+  if (output.format == Format::kDelimited && !gpbOnly) refuse("--format delimited takes subscriptions in gpb only");
+}
+
+OutputOptions Complete(const RawOutput& raw, size_t firstSubscription) {
+  OutputOptions output;
+  output.target = ParseTarget(raw.target);
+  if (raw.formats.size() > 1) throw std::invalid_argument(fmt::format("two --format for output \"{}\"", raw.target));
+  if (!raw.formats.empty() && output.target.kind == Target::Kind::kDirectory) {
+    throw std::invalid_argument(
+        fmt::format("--format is for standard output and streams; leave it out with --output \"{}\"", raw.target));
+  }
+  if (!raw.formats.empty()) output.format = kFormats.at(raw.formats.front());
+  output.subscriptions = ParseSubscriptions(
+      raw.subscriptions, output.format == Format::kDelimited ? kCodeTypeGpb : kCodeTypeJson, firstSubscription);
+  CheckFormat(output);
+  return output;
+}
+
 /// Turns what was typed into `options`. Throws `std::invalid_argument`.
 void Complete(const CLI::App& app, const Raw& raw, Options& options) {
-  options.subscriptions = ParseSubscriptions(raw.subscriptions);
-  options.format = kFormats.at(raw.format);
-  if (options.output != "-" && app.count("--format")) {
-    throw std::invalid_argument(
-        fmt::format("--format is for standard output; leave it out with --output \"{}\"", options.output));
+  for (const RawOutput& output : SortByOutput(app, raw)) {
+    options.outputs.push_back(Complete(output, options.subscriptions().size()));
+    auto same = std::ranges::count(options.outputs, output.target,
+                                   [](const OutputOptions& other) { return other.target.text; });
+    if (same > 1) throw std::invalid_argument(fmt::format("output \"{}\" is given twice", output.target));
+  }
+  if (options.outputs.size() > kMaxOutputs) {
+    throw std::invalid_argument(fmt::format("{} outputs given, {} is the most", options.outputs.size(), kMaxOutputs));
   }
   if (app.count("--duration")) options.duration = Milliseconds(raw.duration);
   options.port = app.count("--port") ? raw.port : PortFromEnvironment(raw.port);
@@ -155,6 +218,14 @@ void Complete(const CLI::App& app, const Raw& raw, Options& options) {
 }
 
 }  // namespace
+
+std::vector<Subscription> Options::subscriptions() const {
+  std::vector<Subscription> all;
+  for (const OutputOptions& output : outputs) {
+    all.insert(all.end(), output.subscriptions.begin(), output.subscriptions.end());
+  }
+  return all;
+}
 
 std::variant<Options, EarlyExit> ParseOptions(int argc, const char* const* argv) {
   CLI::App app(kDescription, "tarq-host");

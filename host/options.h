@@ -10,6 +10,7 @@
 
 #include "host/delivery.h"
 #include "host/subscriptions.h"
+#include "host/target.h"
 
 namespace tarq::host {
 
@@ -20,16 +21,25 @@ inline constexpr std::chrono::seconds kStopTimeout{5};
 /// Longest `--duration`: ten years.
 inline constexpr double kMaxDurationSeconds = 10 * 366 * 86400.0;
 
+/// Outputs of one host at most.
+inline constexpr size_t kMaxOutputs = 16;
+
 enum class Format {
-  kAuto,    ///< readable on a terminal, JSON lines elsewhere
-  kLines,   ///< JSON lines
-  kPretty,  ///< readable
+  kAuto,       ///< readable on a terminal, JSON lines elsewhere
+  kLines,      ///< JSON lines
+  kPretty,     ///< readable
+  kDelimited,  ///< GPB samples with their lengths
+};
+
+/// One output and what it gets.
+struct OutputOptions {
+  Target target;
+  Format format = Format::kAuto;
+  std::vector<Subscription> subscriptions;  ///< numbered over all outputs
 };
 
 struct Options {
-  std::vector<Subscription> subscriptions;
-  std::string output = "-";  ///< "-" for standard output, else a directory
-  Format format = Format::kAuto;
+  std::vector<OutputOptions> outputs;
   std::string database;  ///< SQLite file; memory when empty
   std::string logLevel = "info";
   std::optional<std::chrono::milliseconds> duration;
@@ -39,6 +49,9 @@ struct Options {
   std::optional<uint16_t> metricsPort;  ///< 0 for a free one; no metrics when unset
   size_t queueBytes = kDefaultQueueBytes;
   std::chrono::milliseconds drainTimeout = kDefaultDrainTimeout;
+
+  /// Of all outputs, in the order of their numbers.
+  std::vector<Subscription> subscriptions() const;
 };
 
 /// What the program says and returns instead of running.

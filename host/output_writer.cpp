@@ -2,6 +2,7 @@
 
 #include <spdlog/spdlog.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace tarq::host {
@@ -42,7 +43,9 @@ bool OutputWriter::Stop(Deadline deadline) {
   {
     std::unique_lock lock(mutex_);
     stopping_ = true;
+    stopDeadline_ = deadline;
     work_.notify_one();
+    if (writing_ || idling_) output_->Cancel();
     if (deadline == Deadline::max()) {
       progress_.wait(lock, [this] { return ended_; });
     } else if (!progress_.wait_until(lock, deadline, [this] { return ended_; })) {
@@ -72,7 +75,8 @@ std::string OutputWriter::goneReason() const {
 void OutputWriter::Run() {
   std::unique_lock lock(mutex_);
   while (true) {
-    work_.wait(lock, [this] { return stopping_ || NextSlot(); });
+    while (!WaitForWork(lock)) {
+    }
     if (stopping_) break;
     size_t slot = *NextSlot();
     turn_ = slot + 1;
@@ -80,8 +84,31 @@ void OutputWriter::Run() {
     Account(slot, sample, WriteUnlocked(lock, slot, sample));
     progress_.notify_all();
   }
+  lock.unlock();
+  output_->Finish(stopDeadline_);
+  lock.lock();
+  CountUnconfirmed();
   ended_ = true;
   progress_.notify_all();
+}
+
+/// Waits for a sample or the end. False when there was none for a while, and the output has had a look round.
+bool OutputWriter::WaitForWork(std::unique_lock<std::mutex>& lock) {
+  if (work_.wait_for(lock, kIdlePeriod, [this] { return stopping_ || NextSlot(); })) return true;
+  idling_ = true;
+  lock.unlock();
+  output_->Idle();
+  lock.lock();
+  idling_ = false;
+  CountUnconfirmed();
+  return false;
+}
+
+void OutputWriter::CountUnconfirmed() {
+  for (const Unconfirmed& lost : output_->TakeUnconfirmed()) {
+    auto slot = std::ranges::find(subscriptions_, lost.taskId, &Subscription::taskId) - subscriptions_.begin();
+    counters_[static_cast<size_t>(slot)].unconfirmed.Add(lost.count);
+  }
 }
 
 std::optional<size_t> OutputWriter::NextSlot() const {
@@ -100,6 +127,7 @@ WriteResult OutputWriter::WriteUnlocked(std::unique_lock<std::mutex>& lock, size
   WriteResult result = output_->Write(subscriptions_[slot], sample);
   lock.lock();
   writing_ = false;
+  CountUnconfirmed();
   return result;
 }
 

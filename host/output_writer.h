@@ -1,7 +1,6 @@
 // The thread that serves one output from its subscriptions' queues.
 #pragma once
 
-#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -17,15 +16,17 @@
 
 namespace tarq::host {
 
-using Deadline = std::chrono::steady_clock::time_point;
+/// How often an output looks round while there is nothing to write.
+inline constexpr std::chrono::milliseconds kIdlePeriod{250};
 
-/// Where a subscription's samples are. Every sample received is in exactly one of the others.
+/// Where a subscription's samples are. Every sample received is in exactly one of the next four.
 struct SubscriptionCounters {
   SampleCount received;
   SampleCount delivered;
-  SampleCount dropped;  ///< by its full queue
-  SampleCount failed;   ///< not taken by the output
-  SampleCount waiting;  ///< in its queue or being written
+  SampleCount dropped;      ///< by its full queue
+  SampleCount failed;       ///< not taken by the output
+  SampleCount waiting;      ///< in its queue or being written
+  SampleCount unconfirmed;  ///< of the delivered: on a connection that broke before they were acknowledged
 };
 
 /// Takes samples from any thread without ever blocking it and writes them on a thread of its own, one sample of each
@@ -45,8 +46,8 @@ class OutputWriter {
   /// Waits until nothing is queued or being written. False when `deadline` came first.
   bool WaitIdle(Deadline deadline);
 
-  /// Ends the thread after the write in hand; what is queued stays counted as waiting. False when the write was still
-  /// not over at `deadline`: then the thread runs on.
+  /// Ends the thread after the write in hand, which is cancelled; what is queued stays counted as waiting. False when
+  /// the write was still not over at `deadline`: then the thread runs on.
   bool Stop(Deadline deadline);
 
   const std::vector<Subscription>& subscriptions() const { return subscriptions_; }
@@ -54,9 +55,12 @@ class OutputWriter {
   /// Why the output takes nothing more; empty while it does.
   std::string goneReason() const;
   std::string name() const { return output_->name(); }
+  LinkStatus link() const { return output_->link(); }
 
  private:
   void Run();
+  bool WaitForWork(std::unique_lock<std::mutex>& lock);
+  void CountUnconfirmed();
   std::optional<size_t> NextSlot() const;
   WriteResult WriteUnlocked(std::unique_lock<std::mutex>& lock, size_t slot, const standin::Sample& sample);
   void Account(size_t slot, const standin::Sample& sample, const WriteResult& result);
@@ -72,8 +76,10 @@ class OutputWriter {
   std::vector<SubscriptionCounters> counters_;
   size_t turn_ = 0;
   bool writing_ = false;
+  bool idling_ = false;  // the output looks round
   bool failing_ = false;
   bool stopping_ = false;
+  Deadline stopDeadline_{};
   bool ended_ = false;
   std::string goneReason_;
 

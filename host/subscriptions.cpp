@@ -76,17 +76,20 @@ Subscription ParseSubscription(std::string_view text) {
   return {KindOrRefuse(text, kindName), *encoding, *interval};
 }
 
-std::vector<Subscription> ParseSubscriptions(const std::vector<std::string>& texts) {
-  if (texts.empty()) return ParseSubscriptions({"flow:json", "flow-hop:json", "native-ip:json"});
-  if (texts.size() > kMaxSubscriptions) {
-    throw std::invalid_argument(
-        fmt::format("{} subscriptions given, {} is the most; start a second host", texts.size(), kMaxSubscriptions));
-  }
+std::vector<Subscription> ParseSubscriptions(const std::vector<std::string>& texts, CodeType defaultEncoding,
+                                             size_t first) {
   std::vector<Subscription> subscriptions;
-  for (const std::string& text : texts) {
-    subscriptions.push_back(ParseSubscription(text));
-    subscriptions.back().index = static_cast<uint32_t>(subscriptions.size() - 1);
+  for (const std::string& text : texts) subscriptions.push_back(ParseSubscription(text));
+  if (texts.empty()) {
+    for (const char* kind : {"flow", "flow-hop", "native-ip"}) {
+      subscriptions.push_back({FindKind(kind), defaultEncoding, static_cast<uint32_t>(kDefaultInterval.count())});
+    }
   }
+  if (first + subscriptions.size() > kMaxSubscriptions) {
+    throw std::invalid_argument(fmt::format("{} subscriptions given, {} is the most; start a second host",
+                                            first + subscriptions.size(), kMaxSubscriptions));
+  }
+  for (Subscription& subscription : subscriptions) subscription.index = static_cast<uint32_t>(first++);
   return subscriptions;
 }
 

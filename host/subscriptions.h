@@ -40,8 +40,9 @@ struct Subscription {
 /// remedy.
 Subscription ParseSubscription(std::string_view text);
 
-/// Reads all of them and numbers them in order; without any, every kind in JSON. Throws as above, also for more than
-/// `kMaxSubscriptions`.
-std::vector<Subscription> ParseSubscriptions(const std::vector<std::string>& texts);
+/// Reads all of them and numbers them in order from `first` on; without any, every kind in `defaultEncoding`. Throws as
+/// above, also where the numbers reach `kMaxSubscriptions`.
+std::vector<Subscription> ParseSubscriptions(const std::vector<std::string>& texts,
+                                             CodeType defaultEncoding = kCodeTypeJson, size_t first = 0);
 
 }  // namespace tarq::host

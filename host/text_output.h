@@ -1,16 +1,12 @@
 // Samples as text on a file descriptor, for programs (JSON lines) or for people (a terminal).
 #pragma once
 
-#include <functional>
 #include <string>
 #include <utility>
 
 #include "host/output.h"
 
 namespace tarq::host {
-
-/// Makes the text of one sample, its final line break included.
-using SampleText = std::function<std::string(const Subscription&, const standin::Sample&)>;
 
 /// Writes each sample's text to a descriptor. A failed write is the end of it: half a text may be out already.
 class TextOutput : public Output {

@@ -15,15 +15,32 @@ std::variant<Options, EarlyExit> Parse(std::vector<const char*> arguments) {
 
 TEST(Options, ValuesArriveAndSubscriptionsAreNumbered) {
   auto options = std::get<Options>(Parse({"--port", "0", "--duration", "0.5"}));
-  ASSERT_EQ(options.subscriptions.size(), 3u);
-  EXPECT_EQ(options.subscriptions[2].taskId(), 3u);
-  EXPECT_EQ(options.subscriptions[2].tlmId(), 1002u);
+  ASSERT_EQ(options.subscriptions().size(), 3u);
+  EXPECT_EQ(options.subscriptions()[2].taskId(), 3u);
+  EXPECT_EQ(options.subscriptions()[2].tlmId(), 1002u);
   EXPECT_EQ(options.port, 0);
   EXPECT_EQ(options.duration, std::chrono::milliseconds(500));
   setenv(kPortVariable, "1x", 1);
   EXPECT_EQ(Parse({}).index(), 1u);
   setenv(kPortVariable, "", 1);
   EXPECT_EQ(std::get<Options>(Parse({})).port, 58234);
+}
+
+TEST(Options, SubscriptionsAndFormatsBelongToTheOutputBeforeThem) {
+  auto options = std::get<Options>(
+      Parse({"--subscribe", "flow:json", "--output", "-", "--subscribe=flow:gpb", "--output", "tcp:[::1]:9000",
+             "--format", "delimited", "--output=unix:/run/x", "--subscribe", "flow-hop:json", "--output", "./tcp:"}));
+  std::vector<std::string> found;
+  for (const OutputOptions& output : options.outputs) {
+    found.push_back(output.target.place + "|" + output.target.port + "|");
+    for (const Subscription& one : output.subscriptions) {
+      found.back() += std::to_string(one.taskId()) + " " + one.text() + " ";
+    }
+  }
+  EXPECT_THAT(
+      found, testing::ElementsAre("||1 flow:json 2 flow:gpb ", "::1|9000|3 flow:gpb 4 flow-hop:gpb 5 native-ip:gpb ",
+                                  "/run/x||6 flow-hop:json ", "./tcp:||7 flow:json 8 flow-hop:json 9 native-ip:json "));
+  EXPECT_EQ(options.outputs[1].format, Format::kDelimited);
 }
 
 TEST(Options, SubscriptionTextsAreRead) {
@@ -51,6 +68,16 @@ TEST(Options, BadUsageIsCode2AndOneLineThatNamesTheValue) {
       {"--db", "", "--db: an empty name"},
       {"--format=pretty", "--output=/dir", "\"/dir\""},
       {"--nonsense", "stray", "stray"},
+      {"--output", "", "\"\""},
+      {"--output", "tcp:host", "tcp:HOST:PORT"},
+      {"--output", "tcp:host:0", "1 to 65535"},
+      {"--output", "tcp::1", "no host"},
+      {"--output", "tcp:::1:90", "brackets"},
+      {"--output", "unix:", "unix:PATH"},
+      {"--output=unix:/x", "--output=unix:/x", "given twice"},
+      {"--output=unix:/x", "--format=pretty", "standard output only"},
+      {"--format=delimited", "--subscribe=flow:json", "in gpb only"},
+      {"--format=lines", "--format=lines", "two --format"},
       {"--subscribe", "flow", "\"flow\": no encoding"},
       {"--subscribe", "flow:json:gpb:1s", "unknown kind \"flow:json\""},
       {"--subscribe", "flow:json:", "bad interval \"\""},

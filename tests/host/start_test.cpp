@@ -17,7 +17,7 @@ TEST(FailedStart, LeavesNothingOfItsOwnAndADatabaseAloneThatItHasNotReached) {
   fs::path missing = "/nowhere/module.so", refusing = TARQ_REFUSING_MODULE, fresh = directory / "new.db";
   for (auto [module, database] : {std::pair(missing, used), {missing, fresh}, {refusing, fresh}, {refusing, used}}) {
     Options options;
-    options.output = directory / "a" / "b";
+    options.outputs.push_back({ParseTarget(directory / "a" / "b"), Format::kAuto, ParseSubscriptions({})});
     options.database = database;
     options.module = module;
     Host host(options, signals);

@@ -14,9 +14,9 @@
 
 namespace tarq::host {
 
-/// Default bound of a subscription's queue in bytes: room for about 2100 full samples, so that a burst can wait for its
+/// Default bound of a subscription's queue in bytes: room for about 260 full samples, so that a burst can wait for its
 /// reader.
-inline constexpr size_t kDefaultQueueBytes = 64u << 20;
+inline constexpr size_t kDefaultQueueBytes = 8u << 20;
 /// Smallest and largest bound that can be asked for; the smallest holds one full sample at least.
 inline constexpr size_t kMinQueueBytes = 64u << 10;
 inline constexpr size_t kMaxQueueBytes = 1u << 30;

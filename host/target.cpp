@@ -27,7 +27,8 @@ bool IsPort(std::string_view text) {
 Target TcpTarget(const std::string& text) {
   std::string rest = text.substr(kTcp.size());
   size_t colon = rest.rfind(':');
-  if (colon == rest.npos || !IsPort(rest.substr(colon + 1))) Refuse(text, "write tcp:HOST:PORT with a port from 1 to 65535");
+  if (colon == rest.npos || !IsPort(rest.substr(colon + 1)))
+    Refuse(text, "write tcp:HOST:PORT with a port from 1 to 65535");
   std::string host = rest.substr(0, colon);
   bool bracketed = host.starts_with('[') && host.ends_with(']');
   if (bracketed) host = host.substr(1, host.size() - 2);
@@ -39,7 +40,8 @@ Target TcpTarget(const std::string& text) {
 Target UnixTarget(const std::string& text) {
   std::string path = text.substr(kUnix.size());
   if (path.empty()) Refuse(text, "there is no path in it; write unix:PATH");
-  if (path.size() > kMaxSocketPath) Refuse(text, fmt::format("the path of a socket has at most {} bytes", kMaxSocketPath));
+  if (path.size() > kMaxSocketPath)
+    Refuse(text, fmt::format("the path of a socket has at most {} bytes", kMaxSocketPath));
   return {Target::Kind::kUnix, text, path, ""};
 }
 

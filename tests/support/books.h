@@ -30,6 +30,13 @@ class Books {
     return static_cast<uint64_t>(sum);
   }
 
+  double Value(const std::string& name) const {
+    for (const auto& [id, value] : entries_) {
+      if (id == name) return value;
+    }
+    return 0;
+  }
+
   /// The sums that do not come out; empty when the books balance.
   std::string Imbalance() const {
     std::string wrong;

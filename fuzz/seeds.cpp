@@ -43,5 +43,8 @@ int main(int, char** argv) {
   Write(out / "packets", "cooked2", "\x86\xDD\0\0\0\0\0\1\0\1\0\6"s + macs.substr(4) + ip6 + '\2');
   Write(out / "packets", "raw", ip6 + '\3');
   Write(out / "options", "host", "--subscribe\\ flow:json\\ --duration\\ 1.5\\ --port\\ 0\\ --drain-timeout\\ 1\\ \1");
+  Write(
+      out / "options", "outputs",
+      "--output\\ tcp:[::1]:9\\ --format\\ delimited\\ --output\\ unix:/x\\ --subscribe\\ flow:gpb:1s\\ --metrics\\ 0\\ \1");
   Write(out / "options", "meter", "--synthetic\\ 9\\ --linger\\ 0\\ --duration\\ 1\\ --channel\\ h:1\\ \2");
 }

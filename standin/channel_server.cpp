@@ -19,7 +19,7 @@ namespace tarq::standin {
 namespace {
 
 constexpr time_t kSweepSeconds = 1;  ///< how often half frames are looked at and accepting is tried again
-constexpr int kBacklog = 64;         ///< connections that wait for being accepted
+constexpr int kBacklog = 1024;       ///< connections that wait for being accepted
 
 bool IsLoopback(const in_addr& address) { return ntohl(address.s_addr) >> 24 == 127; }
 

@@ -41,8 +41,8 @@ std::string WordAfter(const std::string& text, const std::string& start) {
 Host::Host(const std::string& program, const std::string& folder, const std::string& jsonSocket,
            const std::string& gpbSocket)
     : folder_(folder) {
-  std::vector<std::string> command = {program, "--port", "0", "--metrics", "0", "--drain-timeout", "60", "--log-level",
-                                      "info"};
+  std::vector<std::string> command = {program,           "--port", "0",           "--metrics", "0",
+                                      "--drain-timeout", "60",     "--log-level", "info"};
   for (const auto& [socket, encoding] : {std::pair(jsonSocket, "json"), {gpbSocket, "gpb"}}) {
     const bool gpb = std::string(encoding) == "gpb";
     for (const std::string& word : {std::string("--output"), "unix:" + socket, std::string("--format"),

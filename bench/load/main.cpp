@@ -1,4 +1,5 @@
-// tarq-load: how many records per second the host takes without loss, how it bears a long run, and a reader that stalls.
+// tarq-load: how many records per second the host takes without loss, how it bears a long run, and a reader that
+// stalls.
 #include <fmt/format.h>
 #include <stdlib.h>
 
@@ -35,8 +36,9 @@ bool Faulty(const Result& result) {
 }
 
 void PrintHead() {
-  fmt::print("| offered records/s | delivered | lost | by the sender's backlog | by the stats queue | by queues, JSON / GPB "
-             "| last records | host memory before, peak, after |\n|---|---|---|---|---|---|---|---|\n");
+  fmt::print(
+      "| offered records/s | delivered | lost | by the sender's backlog | by the stats queue | by queues, JSON / GPB "
+      "| last records | host memory before, peak, after |\n|---|---|---|---|---|---|---|---|\n");
 }
 
 void PrintRow(double rate, const Result& result) {
@@ -139,12 +141,15 @@ int Main(int argc, char** argv) {
   app.add_option("--rate", options.rate, "Records per second: where the search begins, or the rate of a soak or stall")
       ->check(CLI::Range(1000.0, 1e8))
       ->capture_default_str();
-  app.add_option("--seconds", options.seconds, "Length of a trial")->check(CLI::Range(1.0, 3600.0))->capture_default_str();
+  app.add_option("--seconds", options.seconds, "Length of a trial")
+      ->check(CLI::Range(1.0, 3600.0))
+      ->capture_default_str();
   app.fallthrough();
   CLI::App* load = app.add_subcommand("load", "Searches the highest rate without loss, then 1.5 and 2 times that");
   CLI::App* soak = app.add_subcommand("soak", "One long run; fails on loss, or when memory moves by more than 1 %");
   soak->add_option("MINUTES", options.minutes)->check(CLI::Range(1.5, 1e5))->required();
-  CLI::App* stall = app.add_subcommand("stall", "The JSON reader stands still under load; the GPB reader must miss nothing");
+  CLI::App* stall =
+      app.add_subcommand("stall", "The JSON reader stands still under load; the GPB reader must miss nothing");
   stall->add_option("SECONDS", options.stall)->check(CLI::Range(1.0, 3600.0))->capture_default_str();
   CLI11_PARSE(app, argc, argv);
 
@@ -159,9 +164,7 @@ int Main(int argc, char** argv) {
 }  // namespace
 }  // namespace tarq::load
 
-int main(int argc, char** argv) try {
-  return tarq::load::Main(argc, argv);
-} catch (const std::exception& error) {
+int main(int argc, char** argv) try { return tarq::load::Main(argc, argv); } catch (const std::exception& error) {
   fmt::print(stderr, "tarq-load: {}\n", error.what());
   return 1;
 }

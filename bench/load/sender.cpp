@@ -53,7 +53,9 @@ Offered Sender::Run(double rate, Seconds time) {
     for (Lane& lane : lanes_) Push(lane);
     std::this_thread::sleep_for(kTick);
   }
-  const auto waits = [this] { return std::ranges::any_of(lanes_, [](const Lane& lane) { return !lane.backlog.empty(); }); };
+  const auto waits = [this] {
+    return std::ranges::any_of(lanes_, [](const Lane& lane) { return !lane.backlog.empty(); });
+  };
   for (const auto end = Clock::now() + kBacklog; waits() && Clock::now() < end; std::this_thread::sleep_for(kTick)) {
     for (Lane& lane : lanes_) Push(lane);
   }

@@ -32,8 +32,8 @@ class Sender {
   struct Lane {
     int socket = -1;
     std::deque<const std::string*> backlog;
-    size_t sent = 0;   ///< bytes of the first that are out
-    size_t next = 0;   ///< frame that is offered next
+    size_t sent = 0;  ///< bytes of the first that are out
+    size_t next = 0;  ///< frame that is offered next
   };
   void Offer(size_t maxBacklog, Offered& offered);
   void Push(Lane& lane);

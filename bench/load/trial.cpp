@@ -14,7 +14,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kLook{100};
 constexpr Seconds kStallBegin{2};
-constexpr Seconds kOnTime{4};    ///< a collection period and a little
+constexpr Seconds kOnTime{4};  ///< a collection period and a little
 constexpr Seconds kPatience{60};
 
 /// Looks after a run while the sender sends.
@@ -72,8 +72,8 @@ Result Run(const Setup& setup, const EverySecond& everySecond) {
   result.memoryAfter = host.memory();
   result.offered = offered.records;
   result.lostBySender = offered.lost;
-  result.lostByHost = books.Sum("tarq_queue_refused_total") * kRecordsPerMessage +
-                      books.Sum("tarq_records_not_encoded_total");
+  result.lostByHost =
+      books.Sum("tarq_queue_refused_total") * kRecordsPerMessage + books.Sum("tarq_records_not_encoded_total");
   const std::string records = "tarq_subscription_records_total", samples = "tarq_subscription_samples_total";
   const std::string isJson = R"(encoding="json")", isGpb = R"(encoding="gpb")";
   result.json = books.Sum(records, {isJson, "\"delivered\""});

@@ -21,12 +21,12 @@ struct Setup {
 /// What became of the records. Those of the JSON and of the GPB subscriptions are counted apart.
 struct Result {
   uint64_t offered = 0;
-  uint64_t lostBySender = 0;  ///< its backlog was full: the channel held it back
-  uint64_t lostByHost = 0;    ///< by the stats queue, or refused by an encoder
+  uint64_t lostBySender = 0;                 ///< its backlog was full: the channel held it back
+  uint64_t lostByHost = 0;                   ///< by the stats queue, or refused by an encoder
   uint64_t json = 0, gpb = 0;                ///< delivered
   uint64_t jsonDropped = 0, gpbDropped = 0;  ///< by full queues
-  bool readersAgree = false;  ///< the readers got as many samples as the host says it delivered
-  bool late = false;          ///< the host needed more than a collection period to deliver the last records
+  bool readersAgree = false;                 ///< the readers got as many samples as the host says it delivered
+  bool late = false;  ///< the host needed more than a collection period to deliver the last records
   uint64_t memoryBefore = 0, memoryPeak = 0, memoryAfter = 0;  ///< resident bytes of the host
   Seconds longestEvent{0};
   std::string imbalance;  ///< of the books; empty when they balance

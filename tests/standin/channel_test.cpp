@@ -4,9 +4,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <list>
 
 #include "platform/queue.h"
+#include "standin/file_descriptor.h"
 #include "standin/packed_list.h"
 #include "support.h"
 
@@ -82,8 +84,9 @@ TEST_F(Channel, FaultClosesItsConnectionAloneWithOneLine) {
   Sender other(port);
   other.Send(Frame(5, "half").substr(0, 9));
   const std::string tooLong = Frame(1, "kept") + Frame(2, "", wire::kMaxMessageLength + 1) + "rest";
-  for (const auto& [bytes, reason] :
-       {std::pair(tooLong, "limit of 1048576"), {Frame(3, "cut", 10), "middle of a frame"}}) {
+  for (const auto& [bytes, reason] : {std::pair(tooLong, "limit of 1048576"),
+                                      {Frame(3, "cut", 10), "middle of a frame"},
+                                      {std::string("\3\0\0\0\xFF\xFF\xFF\xFF", 8), "frame of 4294967295 bytes"}}) {
     Sender sender(port);
     sender.Send(bytes);
     EXPECT_FALSE(sender.Confirmed());
@@ -92,7 +95,7 @@ TEST_F(Channel, FaultClosesItsConnectionAloneWithOneLine) {
   }
   EXPECT_TRUE(other.Send(Frame(5, "half").substr(9)) && other.Confirmed());
   EXPECT_THAT(Received(), ElementsAre("1:kept", "5:half"));
-  EXPECT_THAT(failures.Get(), SizeIs(2));
+  EXPECT_THAT(failures.Get(), SizeIs(3));
 }
 
 TEST_F(Channel, HalfFrameTimesOutEvenWhenItDribbles) {
@@ -119,6 +122,39 @@ TEST_F(Channel, ConnectionsBeyondTheLimitWaitForOthersToEndAndLoseNothing) {
     EXPECT_TRUE(late.Confirmed());
     EXPECT_EQ(Received().back(), "1:" + std::to_string(episode));
   }
+}
+
+TEST_F(Channel, AThousandConnectionsAtOnceAreAllServedByteByByte) {
+  struct Peer {
+    FileDescriptor socket{::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0)};
+    std::string left;
+    bool done = false;
+  };
+  std::vector<Peer> peers(1000);
+  const sockaddr_in address{AF_INET, htons(port), {inet_addr("127.0.0.1")}, {}};
+  for (size_t i = 0; i < peers.size(); ++i) {
+    connect(peers[i].socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    peers[i].left = Frame(static_cast<uint32_t>(i), "x");
+  }
+  const auto step = [](Peer& peer) {
+    char byte;
+    if (!peer.left.empty() && send(peer.socket.get(), peer.left.data(), 1, MSG_NOSIGNAL) == 1) {
+      peer.left.erase(0, 1);
+      if (peer.left.empty()) shutdown(peer.socket.get(), SHUT_WR);
+    }
+    peer.done = peer.left.empty() && recv(peer.socket.get(), &byte, 1, 0) == 0;
+  };
+  EXPECT_TRUE(Eventually(
+      [&] {
+        for (Peer& peer : peers) peer.done ? void() : step(peer);
+        return std::ranges::all_of(peers, &Peer::done);
+      },
+      50s));
+  EXPECT_THAT(Received(), SizeIs(peers.size()));
+  const ChannelCounters counters = GetChannelCounters();
+  EXPECT_EQ(counters.connectionsAccepted, peers.size());
+  EXPECT_LE(counters.byId.size(), kMaxCountedIds) << "however many identifiers come";
+  EXPECT_EQ(counters.otherIds.unwanted, peers.size() - (counters.byId.size() - 3));
 }
 
 TEST_F(Channel, ANearlyFullQueueHoldsSendersBackUntilItHasDrained) {

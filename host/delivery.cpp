@@ -6,7 +6,10 @@
 namespace tarq::host {
 
 void Delivery::AddOutput(std::unique_ptr<Output> output, const std::vector<Subscription>& subscriptions) {
-  writers_.push_back(std::make_unique<OutputWriter>(std::move(output), subscriptions, queueBytes_, onGone_));
+  auto onGone = [this] {
+    if (++gone_ == writers_.size()) onGone_();
+  };
+  writers_.push_back(std::make_unique<OutputWriter>(std::move(output), subscriptions, queueBytes_, onGone));
   for (size_t slot = 0; slot < subscriptions.size(); ++slot) {
     routes_.push_back({subscriptions[slot].taskId(), writers_.back().get(), slot});
   }

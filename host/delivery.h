@@ -30,7 +30,7 @@ struct OutputStatus {
 /// Hands each sample to its subscription's output. Outputs are added before the first sample comes.
 class Delivery {
  public:
-  /// `onGone` is called, on an output's thread, when an output takes nothing more.
+  /// `onGone` is called, on an output's thread, when no output takes anything more.
   Delivery(size_t queueBytes, std::function<void()> onGone) : queueBytes_(queueBytes), onGone_(std::move(onGone)) {}
 
   /// Adds an output and the subscriptions that it serves.
@@ -66,6 +66,7 @@ class Delivery {
   std::vector<std::unique_ptr<OutputWriter>> writers_;
   std::vector<Route> routes_;
   std::atomic<uint64_t> unknownSamples_ = 0;
+  std::atomic<size_t> gone_ = 0;
 };
 
 }  // namespace tarq::host

@@ -48,7 +48,10 @@ std::vector<std::string> Delivery::GoneOutputs() const {
 
 std::vector<OutputStatus> Delivery::outputs() const {
   std::vector<OutputStatus> all;
-  for (auto& writer : writers_) all.push_back({writer->name(), writer->link()});
+  for (auto& writer : writers_) {
+    all.push_back({writer->name(), writer->link()});
+    all.back().link.up &= writer->goneReason().empty();
+  }
   return all;
 }
 

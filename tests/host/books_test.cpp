@@ -116,11 +116,12 @@ struct Running : testing::Test {
     standin::AddTask(subscription.kind->path, subscription.tlmId(), subscription.taskId(), description);
   }
 
-  /// Sends frames and waits until the channel has received so many more messages.
+  /// Sends frames and waits until the channel has received so many more messages and handed them over.
   void Send(const std::string& frames, uint64_t messages) {
     const uint64_t wanted = standin::GetChannelCounters().messages + messages;
     EXPECT_EQ(send(channel_, frames.data(), frames.size(), MSG_NOSIGNAL), static_cast<ssize_t>(frames.size()));
     EXPECT_TRUE(Eventually([&] { return standin::GetChannelCounters().messages == wanted; }));
+    EXPECT_TRUE(standin::PassLoops(20s));
   }
   static uint64_t Count(const std::string& frames) {
     uint64_t count = 0;

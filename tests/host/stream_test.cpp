@@ -4,6 +4,7 @@
 #include <google/protobuf/io/zero_copy_stream_impl.h>
 #include <google/protobuf/util/delimited_message_util.h>
 #include <poll.h>
+#include <spdlog/spdlog.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -118,6 +119,7 @@ struct Case {
 class Stream : public testing::TestWithParam<Case> {
  protected:
   Stream() : subscription_(ParseSubscription(GetParam().delimited ? "flow:gpb" : "flow:json")) {
+    spdlog::default_logger_raw();  // made before there are threads
     delivery_.AddOutput(MakeStream(listener_), {subscription_});
   }
   std::unique_ptr<StreamOutput> MakeStream(const Listener& listener) {

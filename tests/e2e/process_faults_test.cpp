@@ -29,7 +29,7 @@ Books Settled(const HostProcess& host, uint64_t records) {
   EXPECT_TRUE(Eventually([&] {
     const Books books = host.Metrics();
     return books.Sum("tarq_records_unpacked_total") >= records && books.Imbalance().empty() &&
-           books.Sum("tarq_subscription_waiting_records") == 0;
+           books.Sum("tarq_queue_depth") == 0 && books.Sum("tarq_subscription_waiting_records") == 0;
   }));
   const Books books = host.Metrics();
   EXPECT_EQ(books.Imbalance(), "");
@@ -47,6 +47,19 @@ std::string Unsent(const std::string& port) {
     if (to.ends_with(remote) && !queues.starts_with("00000000")) all += from + queues + " ";
   }
   return all;
+}
+
+/// Whether the host still has a connection to its port to read from.
+bool Connected(const std::string& port) {
+  char local[16];
+  snprintf(local, sizeof local, ":%04X", std::stoi(port));
+  std::istringstream lines(ReadFile("/proc/net/tcp"));
+  std::string number, from, to, state;
+  for (std::string line; std::getline(lines, line);) {
+    std::istringstream(line) >> number >> from >> to >> state;
+    if (from.ends_with(local) && (state == "01" || state == "08")) return true;
+  }
+  return false;
 }
 
 TEST(ProcessFaults, AHostKilledInMidCycleIsReplacedAndGetsTheMetersBacklog) {
@@ -99,6 +112,7 @@ TEST(ProcessFaults, AMeterKilledInMidFrameCostsItsFrameAndTheNextMeterNothing) {
   }
   host.process().Signal(SIGCONT);
   EXPECT_TRUE(Eventually([&] { return host.Metrics().Sum("tarq_channel_connections_total", {"faulted"}) > 0; }));
+  EXPECT_TRUE(Eventually([&] { return !Connected(host.Port()); })) << "all that the meter had sent is read";
   const Books before = Settled(host, 1);
   const Finished next =
       RunToEnd({METER, "--synthetic", "500", "--periods", "1", "--period", "1", "--channel", host.Channel()},
@@ -114,7 +128,7 @@ TEST(ProcessFaults, AMeterKilledInMidFrameCostsItsFrameAndTheNextMeterNothing) {
 TEST(ProcessFaults, SigtermUnderFullLoadDeliversWhatWasTaken) {
   Scratch scratch;
   const std::string db = scratch.path / "perf.db";
-  HostProcess host(scratch.path, {"--db", db, "--metrics", "0", "--drain-timeout", "60"});
+  HostProcess host(scratch.path, {"--db", db, "--metrics", "0", "--drain-timeout", "60", "--queue-bytes", "268435456"});
   Process meter({METER, "--synthetic", "5000", "--rate", "200000", "--duration", "60", "--quiet", "--linger", "1",
                  "--channel", host.Channel()},
                 scratch.path / "meter");

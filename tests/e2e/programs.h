@@ -31,6 +31,7 @@ class HostProcess {
   }
 
   std::string Get(const std::string& page) const {
+    EXPECT_TRUE(Eventually([this] { return process_->Err().find("/metrics\n") != std::string::npos; }));
     const std::string said = process_->Err(), start = "metrics at ";
     const size_t at = said.find(start) + start.size();
     const std::string url = said.substr(at, said.find("/metrics", at) - at);

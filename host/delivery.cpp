@@ -28,8 +28,9 @@ bool Delivery::WaitIdle(Deadline deadline) {
 }
 
 bool Delivery::Stop(Deadline deadline) {
+  for (auto& writer : writers_) writer->BeginStop(deadline);
   bool stopped = true;
-  for (auto& writer : writers_) stopped &= writer->Stop(deadline);
+  for (auto& writer : writers_) stopped &= writer->AwaitStop();
   return stopped;
 }
 

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
@@ -39,10 +40,16 @@ std::string TimeText(uint64_t milliseconds) {
   return fmt::format("{:%Y%m%dT%H%M%S}.{:03}Z", fmt::gmtime(seconds), milliseconds % 1000);
 }
 
+/// No other output has it, where several write into one directory.
+std::string TemporaryName() {
+  static std::atomic<unsigned> made = 0;
+  return fmt::format(".sample-{}-{}.tmp", getpid(), ++made);
+}
+
 }  // namespace
 
 DirectoryOutput::DirectoryOutput(std::filesystem::path directory)
-    : directory_(std::move(directory)), temporary_(directory_ / fmt::format(".sample-{}.tmp", getpid())) {
+    : directory_(std::move(directory)), temporary_(directory_ / TemporaryName()) {
   std::error_code error;
   std::filesystem::create_directories(directory_, error);
   if (!error) error.assign(WriteFile(temporary_, ""), std::generic_category());

@@ -62,7 +62,6 @@ const std::map<std::string, Format> kFormats{
 
 /// The command line as it is typed, before it is turned into `Options`.
 struct Raw {
-  std::vector<std::string> outputs, subscriptions, formats;
   double duration = 0;
   double drainTimeout = std::chrono::duration<double>(kDefaultDrainTimeout).count();
   uint16_t port = wire::kDefaultChannelPort;
@@ -100,17 +99,22 @@ std::chrono::milliseconds Milliseconds(double seconds) {
 void Declare(CLI::App& app, Options& options, Raw& raw) {
   app.set_version_flag("--version", "tarq-host " TARQ_VERSION);
   app.footer(Footer());
-  auto repeatable = [&app](const char* name, std::vector<std::string>& values, const char* help) {
-    return app.add_option(name, values, help)->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  // Their texts are taken as they were typed, by `SortByOutput`.
+  auto repeatable = [&app](const char* name, const char* help) {
+    return app
+        .add_option(
+            name, [](const CLI::results_t&) { return true; }, help)
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   };
-  repeatable("--subscribe", raw.subscriptions, "KIND:ENCODING[:INTERVAL], repeatable; default every kind in JSON")
-      ->type_name("TEXT");
+  repeatable("--subscribe", "KIND:ENCODING[:INTERVAL], repeatable; default every kind in JSON")->type_name("TEXT");
   repeatable(
-      "--output", raw.outputs,
+      "--output",
       "Where samples go, repeatable: \"-\", standard output, the default; a directory, which gets a file per sample; "
       "tcp:HOST:PORT or unix:PATH, where a subscriber listens")
       ->type_name("TARGET");
-  repeatable("--format", raw.formats,
+  repeatable("--format",
              "Of that output: JSON lines; a readable text (standard output only), which auto takes on a terminal; "
              "delimited, GPB samples with their lengths")
       ->check(CLI::IsMember(&kFormats).description(""))
@@ -161,17 +165,18 @@ struct RawOutput {
 
 /// Sorts the options of outputs by output: they belong to the `--output` before them, the ones before the first to the
 /// first.
-std::vector<RawOutput> SortByOutput(const CLI::App& app, const Raw& raw) {
+std::vector<RawOutput> SortByOutput(const CLI::App& app) {
   std::vector<RawOutput> outputs(1);
-  auto target = raw.outputs.begin(), subscription = raw.subscriptions.begin(), format = raw.formats.begin();
+  std::map<const CLI::Option*, size_t> taken;
   for (const CLI::Option* option : app.parse_order()) {
     const std::string& name = option->get_lnames().empty() ? option->get_name() : option->get_lnames().front();
-    if (name == "output") {
-      if (target != raw.outputs.begin()) outputs.emplace_back();
-      outputs.back().target = *target++;
-    }
-    if (name == "subscribe") outputs.back().subscriptions.push_back(*subscription++);
-    if (name == "format") outputs.back().formats.push_back(*format++);
+    if (name != "output" && name != "subscribe" && name != "format") continue;
+    const size_t place = taken[option]++;
+    const std::string& text = option->results().at(place);
+    if (name == "output" && place > 0) outputs.emplace_back();
+    if (name == "output") outputs.back().target = text;
+    if (name == "subscribe") outputs.back().subscriptions.push_back(text);
+    if (name == "format") outputs.back().formats.push_back(text);
   }
   return outputs;
 }
@@ -203,7 +208,7 @@ OutputOptions Complete(const RawOutput& raw, size_t firstSubscription) {
 
 /// Turns what was typed into `options`. Throws `std::invalid_argument`.
 void Complete(const CLI::App& app, const Raw& raw, Options& options) {
-  for (const RawOutput& output : SortByOutput(app, raw)) {
+  for (const RawOutput& output : SortByOutput(app)) {
     options.outputs.push_back(Complete(output, options.subscriptions().size()));
     auto same = std::ranges::count(options.outputs, output.target,
                                    [](const OutputOptions& other) { return other.target.text; });

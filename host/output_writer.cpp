@@ -17,7 +17,9 @@ OutputWriter::OutputWriter(std::unique_ptr<Output> output, std::vector<Subscript
       thread_([this] { Run(); }) {}
 
 OutputWriter::~OutputWriter() {
-  if (thread_.joinable()) Stop(Deadline::max());
+  if (!thread_.joinable()) return;
+  BeginStop(Deadline::max());
+  AwaitStop();
 }
 
 void OutputWriter::Push(size_t slot, standin::Sample&& sample) {
@@ -39,16 +41,21 @@ bool OutputWriter::WaitIdle(Deadline deadline) {
   return progress_.wait_until(lock, deadline, [this] { return !writing_ && !NextSlot(); });
 }
 
-bool OutputWriter::Stop(Deadline deadline) {
+void OutputWriter::BeginStop(Deadline deadline) {
+  std::lock_guard lock(mutex_);
+  stopping_ = true;
+  stopDeadline_ = deadline;
+  work_.notify_one();
+  if (writing_ || idling_) output_->Cancel();
+}
+
+bool OutputWriter::AwaitStop() {
   {
     std::unique_lock lock(mutex_);
-    stopping_ = true;
-    stopDeadline_ = deadline;
-    work_.notify_one();
-    if (writing_ || idling_) output_->Cancel();
-    if (deadline == Deadline::max()) {
-      progress_.wait(lock, [this] { return ended_; });
-    } else if (!progress_.wait_until(lock, deadline, [this] { return ended_; })) {
+    const auto ended = [this] { return ended_; };
+    if (stopDeadline_ == Deadline::max()) {
+      progress_.wait(lock, ended);
+    } else if (!progress_.wait_until(lock, stopDeadline_, ended)) {
       return false;
     }
   }
@@ -84,8 +91,9 @@ void OutputWriter::Run() {
     Account(slot, sample, WriteUnlocked(lock, slot, sample));
     progress_.notify_all();
   }
+  const Deadline deadline = stopDeadline_;
   lock.unlock();
-  output_->Finish(stopDeadline_);
+  output_->Finish(deadline);
   lock.lock();
   CountUnconfirmed();
   ended_ = true;

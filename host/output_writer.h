@@ -46,9 +46,12 @@ class OutputWriter {
   /// Waits until nothing is queued or being written. False when `deadline` came first.
   bool WaitIdle(Deadline deadline);
 
-  /// Ends the thread after the write in hand, which is cancelled; what is queued stays counted as waiting. False when
-  /// the write was still not over at `deadline`: then the thread runs on.
-  bool Stop(Deadline deadline);
+  /// Makes the thread end after the write in hand, which is cancelled; what is queued stays counted as waiting.
+  void BeginStop(Deadline deadline);
+
+  /// Waits for the end that was begun. False when the write was still not over at its deadline: then the thread runs
+  /// on.
+  bool AwaitStop();
 
   const std::vector<Subscription>& subscriptions() const { return subscriptions_; }
   SubscriptionCounters counters(size_t slot) const;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <netdb.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <spdlog/spdlog.h>
 #include <sys/ioctl.h>
@@ -26,6 +27,38 @@ std::chrono::milliseconds Until(std::chrono::steady_clock::time_point time) {
   return std::clamp(left, std::chrono::milliseconds{0}, std::chrono::milliseconds{INT_MAX});
 }
 
+int PendingError(int socket) {
+  int error = 0;
+  socklen_t size = sizeof error;
+  getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size);
+  return error;
+}
+
+bool HasEnded(int socket) {
+  pollfd end{socket, POLLRDHUP, 0};
+  return poll(&end, 1, 0) > 0;
+}
+
+/// Whether a connection leads back to its own socket, which dialling a free local port can bring about.
+bool IsToItself(int socket) {
+  sockaddr_storage here{}, there{};
+  socklen_t size = sizeof here;
+  if (getsockname(socket, reinterpret_cast<sockaddr*>(&here), &size) != 0 || here.ss_family == AF_UNIX) return false;
+  size = sizeof there;
+  return getpeername(socket, reinterpret_cast<sockaddr*>(&there), &size) == 0 &&
+         std::memcmp(&here, &there, sizeof here) == 0;
+}
+
+void KeepAlive(int socket) {
+  auto set = [socket](int level, int option, int value) {
+    setsockopt(socket, level, option, &value, sizeof value);  // a Unix socket has none of these, and needs none
+  };
+  set(SOL_SOCKET, SO_KEEPALIVE, 1);
+  set(IPPROTO_TCP, TCP_KEEPIDLE, kKeepaliveIdle.count());
+  set(IPPROTO_TCP, TCP_KEEPINTVL, kKeepaliveInterval.count());
+  set(IPPROTO_TCP, TCP_KEEPCNT, kKeepaliveProbes);
+}
+
 /// Bytes that were sent and that the peer has not acknowledged; on a Unix socket, not read.
 uint64_t UnacknowledgedBytes(int socket) {
   int bytes = 0;
@@ -47,8 +80,7 @@ WriteResult StreamOutput::Write(const Subscription& subscription, const standin:
 }
 
 void StreamOutput::Idle() {
-  if (Connected() && PeerIsThere()) ForgetAcknowledged();
-  if (Connected() || Clock::now() < nextTry_) return;
+  if ((Connected() && PeerIsThere()) || Clock::now() < nextTry_) return;
   TryAgain();
 }
 
@@ -56,10 +88,12 @@ void StreamOutput::Finish(Deadline deadline) {
   if (!Connected()) return;
   shutdown(socket_.get(), SHUT_WR);
   deadline = std::min(deadline, Clock::now() + kFinishTimeout);
-  do {
-    ForgetAcknowledged();
-  } while (!onTheirWay_.empty() && Clock::now() < deadline && WaitFor(POLLERR, kFinishPoll) == Wait::kLate);
-  if (!onTheirWay_.empty()) Lose("it has not acknowledged everything");
+  std::string end = Look();
+  while (end.empty() && !onTheirWay_.empty()) {
+    const bool over = Clock::now() >= deadline || WaitFor(POLLRDHUP, kFinishPoll) == Wait::kCancelled;
+    end = over ? "it has not acknowledged everything" : Look();
+  }
+  if (!onTheirWay_.empty()) Lose(end);
   socket_ = standin::FileDescriptor();
   up_ = false;
 }
@@ -70,7 +104,7 @@ std::vector<Unconfirmed> StreamOutput::TakeUnconfirmed() { return std::exchange(
 
 /// Waits for a connection, however long that takes. False when cancelled.
 bool StreamOutput::Dial() {
-  if (Connected() && PeerIsThere()) ForgetAcknowledged();
+  if (Connected()) PeerIsThere();
   while (!Connected()) {
     if (WaitFor(0, Until(nextTry_)) == Wait::kCancelled) return false;
     TryAgain();
@@ -86,13 +120,18 @@ void StreamOutput::TryAgain() {
     up_ = true;
     ++connects_;
     sent_ = 0;
-    retry_ = kFirstRetry;
     return;
   }
   socket_ = standin::FileDescriptor();
+  PutOff();
+  if (!std::exchange(away_, true)) spdlog::warn("{}: {}; trying again until it is there", name(), problem);
+}
+
+/// The waits start again from the first only once a subscriber has taken a sample: one that accepts and leaves is not
+/// dialled without end.
+void StreamOutput::PutOff() {
   nextTry_ = Clock::now() + retry_;
   retry_ = std::min(2 * retry_, kLastRetry);
-  if (!std::exchange(away_, true)) spdlog::warn("{}: {}; trying again until it is there", name(), problem);
 }
 
 std::string StreamOutput::TryToConnect() {
@@ -119,13 +158,13 @@ std::string StreamOutput::TryToConnect() {
 std::string StreamOutput::ConnectTo(int family, const void* address, unsigned length) {
   socket_ = standin::FileDescriptor(socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
   if (!Connected()) return Reason(errno);
-  if (connect(socket_.get(), static_cast<const sockaddr*>(address), length) == 0) return "";
-  if (errno != EINPROGRESS) return Reason(errno);
-  if (WaitFor(POLLOUT, kConnectTimeout) != Wait::kReady) return "no answer";
-  int error = 0;
-  socklen_t size = sizeof error;
-  getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size);
-  return error == 0 ? "" : Reason(error);
+  KeepAlive(socket_.get());
+  if (connect(socket_.get(), static_cast<const sockaddr*>(address), length) != 0) {
+    if (errno != EINPROGRESS) return Reason(errno);
+    if (WaitFor(POLLOUT, kConnectTimeout) != Wait::kReady) return "no answer";
+    if (int error = PendingError(socket_.get()); error != 0) return Reason(error);
+  }
+  return IsToItself(socket_.get()) ? "nobody listens there" : "";
 }
 
 // ---- Sending ----
@@ -140,27 +179,43 @@ bool StreamOutput::SendAll(std::string_view bytes) {
     } else if (errno == EAGAIN) {
       if (WaitFor(POLLOUT | POLLIN, std::chrono::milliseconds{-1}) == Wait::kCancelled || !PeerIsThere()) return false;
     } else if (errno != EINTR) {
-      Lose(Reason(errno));
+      PeerIsThere(errno);
       return false;
     }
   }
   return true;
 }
 
-/// Looks for the peer's end; what it sends is thrown away. False when the connection is over, and lost.
-bool StreamOutput::PeerIsThere() {
-  char ignored[4096];
-  ssize_t count;
-  while ((count = recv(socket_.get(), ignored, sizeof ignored, MSG_DONTWAIT)) > 0) {
-  }
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return true;
-  Lose(count == 0 ? "the subscriber has closed" : Reason(errno));
-  return false;
+/// False when the connection is over, and lost.
+bool StreamOutput::PeerIsThere(int sendError) {
+  const std::string end = Look(sendError);
+  if (!end.empty()) Lose(end);
+  return end.empty();
 }
 
-void StreamOutput::ForgetAcknowledged() {
-  uint64_t acknowledged = sent_ - std::min(sent_, UnacknowledgedBytes(socket_.get()));
-  while (!onTheirWay_.empty() && onTheirWay_.front().end <= acknowledged) onTheirWay_.pop_front();
+/// Takes note of what the peer has taken and throws away what it sends. Why the connection is over; empty when it is
+/// not.
+std::string StreamOutput::Look(int sendError) {
+  bool over = sendError != 0;
+  int error = sendError == EPIPE ? 0 : sendError;  // says only that it is over
+  char ignored[16 << 10];
+  if (recv(socket_.get(), ignored, sizeof ignored, MSG_DONTWAIT) < 0 && errno != EAGAIN && errno != EINTR)
+    error = errno;
+  over |= HasEnded(socket_.get());
+  const uint64_t unacknowledged = UnacknowledgedBytes(socket_.get());
+  // Asked for after the count: a Unix peer that leaves bytes unread takes them off the count, and leaves an error.
+  if (int pending = PendingError(socket_.get()); error == 0) error = pending;
+  if (error != 0) return Reason(error);
+  ForgetAcknowledged(unacknowledged);
+  return over ? "the subscriber has closed" : "";
+}
+
+void StreamOutput::ForgetAcknowledged(uint64_t unacknowledged) {
+  const uint64_t acknowledged = sent_ - std::min(sent_, unacknowledged);
+  while (!onTheirWay_.empty() && onTheirWay_.front().end <= acknowledged) {
+    onTheirWay_.pop_front();
+    retry_ = kFirstRetry;
+  }
 }
 
 void StreamOutput::Lose(const std::string& reason) {
@@ -171,6 +226,7 @@ void StreamOutput::Lose(const std::string& reason) {
   socket_ = standin::FileDescriptor();
   up_ = false;
   ++losses_;
+  PutOff();
 }
 
 StreamOutput::Wait StreamOutput::WaitFor(short events, std::chrono::milliseconds time) {

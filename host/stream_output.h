@@ -21,6 +21,11 @@ inline constexpr std::chrono::milliseconds kFirstRetry{100};
 inline constexpr std::chrono::milliseconds kLastRetry{2000};
 /// Time for one attempt.
 inline constexpr std::chrono::milliseconds kConnectTimeout{5000};
+/// A connection whose peer's machine says nothing is probed after `kKeepaliveIdle`, then every `kKeepaliveInterval`,
+/// and over when `kKeepaliveProbes` had no answer.
+inline constexpr std::chrono::seconds kKeepaliveIdle{10};
+inline constexpr std::chrono::seconds kKeepaliveInterval{5};
+inline constexpr int kKeepaliveProbes = 3;
 /// Time at the end for what was delivered to be acknowledged.
 inline constexpr std::chrono::milliseconds kFinishTimeout{1000};
 inline constexpr std::chrono::milliseconds kFinishPoll{5};
@@ -46,11 +51,13 @@ class StreamOutput : public Output {
   bool Connected() const { return socket_.valid(); }
   bool Dial();
   void TryAgain();
+  void PutOff();
   std::string TryToConnect();
   std::string ConnectTo(int family, const void* address, unsigned length);
   bool SendAll(std::string_view bytes);
-  bool PeerIsThere();
-  void ForgetAcknowledged();
+  bool PeerIsThere(int sendError = 0);
+  std::string Look(int sendError = 0);
+  void ForgetAcknowledged(uint64_t unacknowledged);
   void Lose(const std::string& reason);
   /// Waits for the events on the socket, or only for the time to pass while there is none.
   Wait WaitFor(short events, std::chrono::milliseconds time);

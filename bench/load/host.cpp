@@ -39,10 +39,12 @@ std::string WordAfter(const std::string& text, const std::string& start) {
 }  // namespace
 
 Host::Host(const std::string& program, const std::string& folder, const std::string& jsonSocket,
-           const std::string& gpbSocket)
+           const std::string& gpbSocket, const std::optional<size_t>& queueBytes)
     : folder_(folder) {
-  std::vector<std::string> command = {program,           "--port", "0",           "--metrics", "0",
-                                      "--drain-timeout", "60",     "--log-level", "info"};
+  // Ends with this program, whatever ends that.
+  std::vector<std::string> command = {"setpriv", "--pdeathsig", "TERM", program,           "--port",
+                                      "0",       "--metrics",   "0",    "--drain-timeout", "60"};
+  if (queueBytes) command.insert(command.end(), {"--queue-bytes", std::to_string(*queueBytes)});
   for (const auto& [socket, encoding] : {std::pair(jsonSocket, "json"), {gpbSocket, "gpb"}}) {
     const bool gpb = std::string(encoding) == "gpb";
     for (const std::string& word : {std::string("--output"), "unix:" + socket, std::string("--format"),
@@ -59,7 +61,7 @@ Host::Host(const std::string& program, const std::string& folder, const std::str
   posix_spawn_file_actions_t files;
   posix_spawn_file_actions_init(&files);
   posix_spawn_file_actions_addopen(&files, 2, ErrorFile().c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  const int error = posix_spawn(&pid_, program.c_str(), &files, nullptr, arguments.data(), environ);
+  const int error = posix_spawnp(&pid_, command[0].c_str(), &files, nullptr, arguments.data(), environ);
   posix_spawn_file_actions_destroy(&files);
   if (error != 0) throw std::runtime_error(program + " cannot be started");
   for (const auto end = std::chrono::steady_clock::now() + kPatience; port_ == 0;) {

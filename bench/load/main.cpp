@@ -15,6 +15,7 @@ namespace {
 
 struct Options {
   std::string host;
+  std::optional<size_t> queueBytes;
   double rate = 100'000;
   double seconds = 10;
   double minutes = 30;
@@ -32,12 +33,13 @@ bool Faulty(const Result& result) {
   const uint64_t known = result.lostBySender + result.lostByHost;
   const bool accounted = result.offered == result.json + result.jsonDropped + known &&
                          result.offered == result.gpb + result.gpbDropped + known;
-  return !accounted || !result.readersAgree || !result.imbalance.empty();
+  const bool hostLost = result.lostByHost + result.jsonDropped + result.gpbDropped > 0;
+  return !accounted || !result.readersAgree || !result.imbalance.empty() || result.exitCode != (hostLost ? 1 : 0);
 }
 
 void PrintHead() {
   fmt::print(
-      "| offered records/s | delivered | lost | by the sender's backlog | by the stats queue | by queues, JSON / GPB "
+      "| offered records/s | delivered | lost | by the sender's backlog | by the host before its queues | by queues, JSON / GPB "
       "| last records | host memory before, peak, after |\n|---|---|---|---|---|---|---|---|\n");
 }
 
@@ -57,7 +59,7 @@ class Trials {
 
   /// Runs one trial and prints it. True when nothing was lost or late.
   bool Good(double rate) {
-    const Result result = load::Run({options_.host, folder_, rate, Seconds(options_.seconds)});
+    const Result result = load::Run({options_.host, folder_, options_.queueBytes, rate, Seconds(options_.seconds)});
     PrintRow(rate, result);
     faulty_ |= Faulty(result);
     return result.lost() == 0 && !result.late;
@@ -103,13 +105,14 @@ double Mean(const std::vector<double>& values, size_t from, size_t to) {
 int Soak(const Options& options, const std::string& folder) {
   constexpr size_t kMinute = 60, kWindow = 10;  // seconds
   std::vector<double> memory;
-  const Result result = load::Run({options.host, folder, options.rate, Seconds(options.minutes * 60)},
-                                  [&](Seconds passed, uint64_t bytes) {
-                                    memory.push_back(Mebibytes(bytes));
-                                    if (memory.size() % kMinute != 0) return;
-                                    fmt::print("{:4.0f} min  {:.2f} MiB\n", passed.count() / 60, memory.back());
-                                    std::fflush(stdout);
-                                  });
+  const Result result =
+      load::Run({options.host, folder, options.queueBytes, options.rate, Seconds(options.minutes * 60)},
+                [&](Seconds passed, uint64_t bytes) {
+                  memory.push_back(Mebibytes(bytes));
+                  if (memory.size() % kMinute != 0) return;
+                  fmt::print("{:4.0f} min  {:.2f} MiB\n", passed.count() / 60, memory.back());
+                  std::fflush(stdout);
+                });
   PrintHead();
   PrintRow(options.rate, result);
   if (memory.size() < kMinute + kWindow) return fmt::print("too short to compare memory\n"), 1;
@@ -122,8 +125,8 @@ int Soak(const Options& options, const std::string& folder) {
 }
 
 int Stall(const Options& options, const std::string& folder) {
-  const Result result =
-      load::Run({options.host, folder, options.rate, Seconds(options.stall + 10), Seconds(options.stall)});
+  const Result result = load::Run(
+      {options.host, folder, options.queueBytes, options.rate, Seconds(options.stall + 10), Seconds(options.stall)});
   PrintHead();
   PrintRow(options.rate, result);
   const bool othersWhole = result.gpb == result.offered;
@@ -138,6 +141,7 @@ int Main(int argc, char** argv) {
   CLI::App app("Offers records of all kinds to a host with one JSON and one GPB reader of each.", "tarq-load");
   app.require_subcommand(1);
   app.add_option("--host", options.host, "The host's program")->capture_default_str();
+  app.add_option("--queue-bytes", options.queueBytes, "Bound of each subscription's queue, as the host's option");
   app.add_option("--rate", options.rate, "Records per second: where the search begins, or the rate of a soak or stall")
       ->check(CLI::Range(1000.0, 1e8))
       ->capture_default_str();

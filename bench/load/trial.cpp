@@ -61,7 +61,7 @@ double Result::lossPercent() const {
 Result Run(const Setup& setup, const EverySecond& everySecond) {
   const std::string jsonSocket = setup.folder + "/json", gpbSocket = setup.folder + "/gpb";
   Reader json(jsonSocket, Reader::Format::kLines), gpb(gpbSocket, Reader::Format::kDelimited);
-  Host host(setup.host, setup.folder, jsonSocket, gpbSocket);
+  Host host(setup.host, setup.folder, jsonSocket, gpbSocket, setup.queueBytes);
   Sender sender(host.port());
   Result result;
   result.memoryBefore = host.memory();
@@ -72,8 +72,10 @@ Result Run(const Setup& setup, const EverySecond& everySecond) {
   result.memoryAfter = host.memory();
   result.offered = offered.records;
   result.lostBySender = offered.lost;
-  result.lostByHost =
-      books.Sum("tarq_queue_refused_total") * kRecordsPerMessage + books.Sum("tarq_records_not_encoded_total");
+  const uint64_t lostMessages = books.Sum("tarq_channel_messages_total") -
+                                books.Sum("tarq_channel_messages_total", {"queued"}) +
+                                books.Sum("tarq_messages_malformed_total");
+  result.lostByHost = lostMessages * kRecordsPerMessage + books.Sum("tarq_records_not_encoded_total");
   const std::string records = "tarq_subscription_records_total", samples = "tarq_subscription_samples_total";
   const std::string isJson = R"(encoding="json")", isGpb = R"(encoding="gpb")";
   result.json = books.Sum(records, {isJson, "\"delivered\""});

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace tarq::load {
@@ -13,7 +14,8 @@ using Seconds = std::chrono::duration<double>;
 struct Setup {
   std::string host;    ///< the host's program
   std::string folder;  ///< for sockets and files
-  double rate;         ///< records per second over all kinds
+  std::optional<size_t> queueBytes;
+  double rate;  ///< records per second over all kinds
   Seconds time;
   Seconds stall{0};  ///< how long the reader of JSON does not read, beginning 2 s after the start
 };
@@ -22,7 +24,7 @@ struct Setup {
 struct Result {
   uint64_t offered = 0;
   uint64_t lostBySender = 0;                 ///< its backlog was full: the channel held it back
-  uint64_t lostByHost = 0;                   ///< by the stats queue, or refused by an encoder
+  uint64_t lostByHost = 0;                   ///< by the stats queue, before it, when unpacked or refused by an encoder
   uint64_t json = 0, gpb = 0;                ///< delivered
   uint64_t jsonDropped = 0, gpbDropped = 0;  ///< by full queues
   bool readersAgree = false;                 ///< the readers got as many samples as the host says it delivered

@@ -27,9 +27,9 @@ TEST(Options, ValuesArriveAndSubscriptionsAreNumbered) {
 }
 
 TEST(Options, SubscriptionsAndFormatsBelongToTheOutputBeforeThem) {
-  auto options = std::get<Options>(
-      Parse({"--subscribe", "flow:json", "--output", "-", "--subscribe=flow:gpb", "--output", "tcp:[::1]:9000",
-             "--format", "delimited", "--output=unix:/run/x", "--subscribe", "flow-hop:json", "--output", "./tcp:"}));
+  auto options = std::get<Options>(Parse({"--subscribe", "flow:json", "--output", "-", "--subscribe=flow:gpb",
+                                          "--output", "tcp:[::1]:9000", "--format", "delimited", "--output=unix:/run/x",
+                                          "--subscribe", "flow-hop:json", "--output", "[a,b]", "--output={}"}));
   std::vector<std::string> found;
   for (const OutputOptions& output : options.outputs) {
     found.push_back(output.target.place + "|" + output.target.port + "|");
@@ -37,9 +37,10 @@ TEST(Options, SubscriptionsAndFormatsBelongToTheOutputBeforeThem) {
       found.back() += std::to_string(one.taskId()) + " " + one.text() + " ";
     }
   }
-  EXPECT_THAT(
-      found, testing::ElementsAre("||1 flow:json 2 flow:gpb ", "::1|9000|3 flow:gpb 4 flow-hop:gpb 5 native-ip:gpb ",
-                                  "/run/x||6 flow-hop:json ", "./tcp:||7 flow:json 8 flow-hop:json 9 native-ip:json "));
+  EXPECT_THAT(found,
+              testing::ElementsAre("||1 flow:json 2 flow:gpb ", "::1|9000|3 flow:gpb 4 flow-hop:gpb 5 native-ip:gpb ",
+                                   "/run/x||6 flow-hop:json ", "[a,b]||7 flow:json 8 flow-hop:json 9 native-ip:json ",
+                                   "{}||10 flow:json 11 flow-hop:json 12 native-ip:json "));
   EXPECT_EQ(options.outputs[1].format, Format::kDelimited);
 }
 

@@ -226,6 +226,32 @@ TEST_P(Stream, AReaderThatLeavesAndComesBackBeginsWithAWholeSampleAndLosesNothin
   EXPECT_EQ(delivery_.outputs()[0].link.connects, 2u);
 }
 
+TEST_P(Stream, WhatAReaderHadNotReadWhenItLeftIsInDoubtAndNothingElse) {
+  uint64_t next = kFirst, losses = 0;
+  const auto takeAndLeave = [&](bool read) {
+    listener_.Accept();
+    Take(next, 3);
+    next += 3;
+    if (read) EXPECT_EQ(ReadNumbers(3), From(next - 3, 3));
+    ASSERT_TRUE(Eventually([&] { return Count().delivered.samples == next - kFirst; }));
+    listener_.Leave();
+    ASSERT_TRUE(Eventually([&] { return delivery_.outputs()[0].link.losses == losses + 1; }));
+    ++losses;
+  };
+  takeAndLeave(true);
+  EXPECT_EQ(Count().unconfirmed.samples, 0u);
+  if (GetParam().tcp) return;  // there the reader's kernel has taken what it acknowledged
+  takeAndLeave(false);
+  EXPECT_EQ(Count().unconfirmed.samples, 3u);
+  takeAndLeave(true);
+  listener_.Accept();
+  Take(next, 2);
+  EXPECT_TRUE(delivery_.WaitIdle(In(20s)));
+  listener_.Leave();
+  EXPECT_TRUE(delivery_.Stop(In(20s)));
+  EXPECT_EQ(Count().unconfirmed.samples, 5u);
+}
+
 TEST_P(Stream, TheEndComesInTimeBesideASubscriberThatIsStalledOrAway) {
   listener_.Accept();
   Subscription away = ParseSubscription("flow-hop:gpb");

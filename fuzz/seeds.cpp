@@ -1,4 +1,5 @@
 // Writes each target's seed corpus, made of valid input, into DIRECTORY/TARGET: fuzz_seeds DIRECTORY
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -29,12 +30,29 @@ void WriteKind(const std::filesystem::path& out, char kind, const std::string& n
   Write(out / "record_encoders", name, Bytes(entry) + "\2\4\6\x08\x0A\x0C" + "eth0\\ dns\\ \0\0\x05"s + kind);
 }
 
+/// A native IP list whose MAC, or whose text, begins so many bytes before its end.
+void WriteNearEnd(const std::filesystem::path& out, size_t before) {
+  for (const size_t field : {offsetof(NativeIpEntry, clientMac), offsetof(NativeIpEntry, ifName)}) {
+    const std::string tail = "eth0\0\2\4\6\x08\x0A\0"s;
+    NativeIpEntry entry{};
+    wire::ListHeader header{
+        wire::kListMagic, wire::kListVersion, sizeof entry, kNativeIpMsgId, 1, uint32_t(tail.size()), 0};
+    const uint64_t end = sizeof header + sizeof entry + tail.size();
+    const uint64_t name = end - tail.size(), offset = end - before;
+    std::memcpy(reinterpret_cast<char*>(&entry) + offsetof(NativeIpEntry, ifName), &name, sizeof name);
+    std::memcpy(reinterpret_cast<char*>(&entry) + field, &offset, sizeof offset);
+    Write(out / "packed_list", "end" + std::to_string(field) + "-" + std::to_string(before),
+          Bytes(header) + Bytes(entry) + tail + '\0');
+  }
+}
+
 int main(int, char** argv) {
   const std::filesystem::path out = argv[1];
   const uint8_t mac[6] = {2, 4, 6, 8, 10, 12};
   WriteKind(out, 0, "native", NativeIpEntry{.clientMac = mac, .ifName = "eth0", .appName = "dns"});
   WriteKind(out, 1, "flow", FlowEntry{.addressFamily = 1, .vpnName = "blue", .ifName = "eth0", .packetCount = ~0ull});
   WriteKind(out, 2, "hop", FlowHopEntry{.ifName = "eth0", .sdwanFlag = 1, .sdwanPeerSiteId = 1, .sdwanSrcTnpId = 2});
+  for (const size_t before : {0, 1, 5, 6, 7}) WriteNearEnd(out, before);
   const std::string macs(12, '\x02'), ports = "\x01\xBB\xC0\x01\0\x10\0\0"s, end = "\x30\0\0\0\x3C"s;
   const std::string ip4 = "\x45\0\0\x1C\0\1\0\0\x40\x11\0\0\x7F\0\0\1\x7F\0\0\2"s + ports + end;
   const std::string ip6 = "\x60\0\0\0\0\x10\0\x40"s + std::string(32, '\x20') + "\x11\0\0\0\0\0\0\0"s + ports + end;

@@ -1,5 +1,7 @@
 #include "intake/stats_processing.h"
 
+#include <type_traits>
+
 #include "encode/encoders.h"
 #include "frame/log.h"
 #include "perf/report_perf.h"
@@ -57,22 +59,22 @@ uint32_t PeriodOf(const Entry* entry) {
 }
 
 /// Encodes the record behind those already in `buffer`; the encoder's result.
-template <class Entry>
-int32_t EncodeAtEnd(const Kind<Entry>& kind, const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
+template <const auto& kKind, class Entry>
+int32_t EncodeAtEnd(const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
   uint8_t* out = buffer->data + buffer->dataLen;
   const uint32_t room = kSampleDataCapacity - buffer->dataLen;
-  return codeType == kCodeTypeJson ? kind.encodeJson(entry, reinterpret_cast<char*>(out), room)
-                                   : kind.encodeGpb(entry, out, room);
+  return codeType == kCodeTypeJson ? kKind.encodeJson(entry, reinterpret_cast<char*>(out), room)
+                                   : kKind.encodeGpb(entry, out, room);
 }
 
-template <class Entry>
-void AppendRecord(const Kind<Entry>& kind, const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
-  int32_t length = EncodeAtEnd(kind, entry, buffer, codeType);
+template <const auto& kKind, class Entry>
+void AppendRecord(const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
+  int32_t length = EncodeAtEnd<kKind>(entry, buffer, codeType);
   if (length == kEncodeNoRoom && buffer->dataLen != 0) {
-    SAVRO_TARQ_TASK_UploadStatsData(kind.msgId, buffer, codeType);
+    SAVRO_TARQ_TASK_UploadStatsData(kKind.msgId, buffer, codeType);
     buffer->recordCount = 0;
     buffer->dataLen = 0;
-    length = EncodeAtEnd(kind, entry, buffer, codeType);
+    length = EncodeAtEnd<kKind>(entry, buffer, codeType);
   }
   if (length <= 0) {
     TARQ_LOG(kLogFailure, "[%s:%d][STATS_EncodeStatsData] Stats data encode failed, ret: %d.", length);
@@ -83,43 +85,42 @@ void AppendRecord(const Kind<Entry>& kind, const Entry* entry, SampleBuffer* buf
   SAVRO_TARQ_UpdateReportPerfOutItemCnt(PeriodOf(entry), 1, static_cast<uint32_t>(length));
 }
 
-template <class Entry>
-void EncodeRecord(const Kind<Entry>& kind, uint32_t kindEncodeType, const Entry* entry, SampleBuffer* json,
-                  SampleBuffer* gpb) {
-  if (WantsJson(kindEncodeType)) AppendRecord(kind, entry, json, kCodeTypeJson);
-  if (WantsGpb(kindEncodeType)) AppendRecord(kind, entry, gpb, kCodeTypeGpb);
+template <const auto& kKind, class Entry>
+void EncodeRecord(uint32_t kindEncodeType, const Entry* entry, SampleBuffer* json, SampleBuffer* gpb) {
+  if (WantsJson(kindEncodeType)) AppendRecord<kKind>(entry, json, kCodeTypeJson);
+  if (WantsGpb(kindEncodeType)) AppendRecord<kKind>(entry, gpb, kCodeTypeGpb);
 }
 
-template <class Entry>
-uint32_t ProcessMessage(const Kind<Entry>& kind, uint32_t kindEncodeType, const StatsMessage* message,
-                        SampleBuffer* gpb, SampleBuffer* json) {
+template <const auto& kKind>
+uint32_t ProcessMessage(uint32_t kindEncodeType, const StatsMessage* message, SampleBuffer* gpb, SampleBuffer* json) {
+  using Entry = typename std::remove_cvref_t<decltype(kKind)>::Entry;
   StatisticsList list = {};
-  kind.unpack(message->payload(), message->msgLen, &list);
-  const auto* entries = reinterpret_cast<const Entry*>(list.words[kind.arrayWord]);
-  const uint32_t count = entries == nullptr ? 0 : static_cast<uint32_t>(list.words[kind.countWord]);
+  kKind.unpack(message->payload(), message->msgLen, &list);
+  const auto* entries = reinterpret_cast<const Entry*>(list.words[kKind.arrayWord]);
+  const uint32_t count = entries == nullptr ? 0 : static_cast<uint32_t>(list.words[kKind.countWord]);
   for (uint32_t i = 0; i < count; ++i) {
     const Entry* entry = &entries[i];
     SAVRO_TARQ_UpdateReportPerfInWuxItermCnt(PeriodOf(entry), 1, sizeof(Entry));
-    EncodeRecord(kind, kindEncodeType, entry, json, gpb);
+    EncodeRecord<kKind>(kindEncodeType, entry, json, gpb);
   }
-  kind.free(&list);
+  kKind.free(&list);
   return count;
 }
 
 }  // namespace
 
 // clang-format off
-uint32_t SAVRO_NTVTARQ_STATS_StatsMsgProc     (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage(kNativeIp, type, m, gpb, json); }
-uint32_t SAVRO_TARQ_FLOW_STATS_StatsMsgProc   (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage(kFlow,     type, m, gpb, json); }
-uint32_t SAVRO_TARQ_FLOWHOP_STATS_StatsMsgProc(uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage(kFlowHop,  type, m, gpb, json); }
+uint32_t SAVRO_NTVTARQ_STATS_StatsMsgProc     (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage<kNativeIp>(type, m, gpb, json); }
+uint32_t SAVRO_TARQ_FLOW_STATS_StatsMsgProc   (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage<kFlow>    (type, m, gpb, json); }
+uint32_t SAVRO_TARQ_FLOWHOP_STATS_StatsMsgProc(uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage<kFlowHop> (type, m, gpb, json); }
 
-void SAVRO_NTVTARQ_STATS_Encode     (uint32_t type, const NativeIpEntry* e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord(kNativeIp, type, e, json, gpb); }
-void SAVRO_TARQ_FLOW_STATS_Encode   (uint32_t type, const FlowEntry*     e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord(kFlow,     type, e, json, gpb); }
-void SAVRO_TARQ_FLOWHOP_STATS_Encode(uint32_t type, const FlowHopEntry*  e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord(kFlowHop,  type, e, json, gpb); }
+void SAVRO_NTVTARQ_STATS_Encode     (uint32_t type, const NativeIpEntry* e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kNativeIp>(type, e, json, gpb); }
+void SAVRO_TARQ_FLOW_STATS_Encode   (uint32_t type, const FlowEntry*     e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kFlow>    (type, e, json, gpb); }
+void SAVRO_TARQ_FLOWHOP_STATS_Encode(uint32_t type, const FlowHopEntry*  e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kFlowHop> (type, e, json, gpb); }
 
-void SAVRO_NTVTARQ_STATS_EncodeStatsData     (const NativeIpEntry* e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord(kNativeIp, e, buffer, codeType); }
-void SAVRO_TARQ_FLOW_STATS_EncodeStatsData   (const FlowEntry*     e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord(kFlow,     e, buffer, codeType); }
-void SAVRO_TARQ_FLOWHOP_STATS_EncodeStatsData(const FlowHopEntry*  e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord(kFlowHop,  e, buffer, codeType); }
+void SAVRO_NTVTARQ_STATS_EncodeStatsData     (const NativeIpEntry* e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kNativeIp>(e, buffer, codeType); }
+void SAVRO_TARQ_FLOW_STATS_EncodeStatsData   (const FlowEntry*     e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kFlow>    (e, buffer, codeType); }
+void SAVRO_TARQ_FLOWHOP_STATS_EncodeStatsData(const FlowHopEntry*  e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kFlowHop> (e, buffer, codeType); }
 // clang-format on
 
 }  // namespace tarq

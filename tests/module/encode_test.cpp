@@ -3,14 +3,15 @@
 #include <google/protobuf/io/coded_stream.h>
 
 #include <nlohmann/json.hpp>
-#include <random>
 
 #include "encode/address_text.h"
 #include "encode/encoders.h"
 #include "encode/gpb.h"
 #include "encode/native_ip_direction.h"
 #include "frame/framework_binding.h"
+#include "support/expected.h"
 #include "support/platform_double.h"
+#include "support/random_records.h"
 #include "tarq.pb.h"
 
 namespace tarq::test {
@@ -19,70 +20,12 @@ namespace {
 using nlohmann::ordered_json;
 using testing::ElementsAre;
 
-/// A record and the text it should read as: the JSON members in their order.
-using Members = ordered_json;
-std::mt19937_64 g_random(20261122);
-
-template <class Entry>
-void Randomize(Entry& entry, uint32_t how) {  // 0: all zero, 1: all ones, else random
-  auto* bytes = reinterpret_cast<uint8_t*>(&entry);
-  for (size_t i = 0; i < sizeof(entry); ++i)
-    bytes[i] = how == 0 ? 0 : how == 1 ? 0xFF : static_cast<uint8_t>(g_random() >> (g_random() % 64));
-}
-template <size_t N>
-void SetText(char (&field)[N], uint32_t how) {
-  const size_t length = how == 0 ? 0 : how == 1 ? N - 1 : g_random() % (N + 1);  // N: without a terminator
-  memset(field, 0, N);
-  memset(field, 'a' + static_cast<int>(how % 26), length);
-}
-template <size_t N>
-std::string TextOf(const char (&field)[N]) {
-  return std::string(field, strnlen(field, N));
-}
-
-std::string Ipv4(uint32_t a) {
-  return std::to_string(a >> 24) + "." + std::to_string(a >> 16 & 255) + "." + std::to_string(a >> 8 & 255) + "." +
-         std::to_string(a & 255);
-}
-std::string Ip(const FlowEntry& e, const IpAddress& address) {
-  if (e.addressFamily == 0) return Ipv4(address.words[0]);
-  char text[40];
-  const uint32_t* w = address.words;
-  snprintf(text, sizeof(text), "%x:%x:%x:%x:%x:%x:%x:%x", w[0] >> 16, w[0] & 0xFFFF, w[1] >> 16, w[1] & 0xFFFF,
-           w[2] >> 16, w[2] & 0xFFFF, w[3] >> 16, w[3] & 0xFFFF);
-  return text;
-}
-
-struct FlowCase {
-  using Entry = FlowEntry;
-  static constexpr uint32_t kMinimumRoom = 1197;
-  static constexpr auto kGpb = SAVRO_TARQ_FLOW_GPB_EncodeMsg;
-  static constexpr auto kJson = SAVRO_TARQ_FLOW_JSON_EncodeMsg;
+struct FlowCase : RandomFlow {
+  using RandomFlow::RandomFlow;
   static constexpr size_t kGpbSizes[] = {72, 297}, kJsonSizes[] = {388, 684};
   static constexpr char kNullGpb[] = "[TARQ_FLOW_GPB_EncodeMsg] Param error, msg is NULL.";
   static constexpr char kNullJson[] = "[FLOW_JSON_CheckEncodePara] Param error, msg is NULL.";
   static constexpr int kNullLines[] = {319, 45};
-  Entry entry;
-  explicit FlowCase(uint32_t how) {
-    Randomize(entry, how);
-    entry.addressFamily = how == 1 ? 1 : how % 2;
-    SetText(entry.vpnName, how);
-    SetText(entry.ifName, how);
-  }
-  Members Expected() const {
-    const Entry& e = entry;
-    // clang-format off
-    return {
-        {"flow-id", e.flowId}, {"direction", e.direction}, {"address-family", e.addressFamily},
-        {"source-ip", Ip(e, e.source)}, {"source-mask", e.sourceMask}, {"destination-ip", Ip(e, e.destination)},
-        {"destination-mask", e.destinationMask}, {"source-port", e.sourcePort},
-        {"destination-port", e.destinationPort}, {"protocol", e.protocol}, {"vpn-name", TextOf(e.vpnName)},
-        {"if-index", e.ifIndex}, {"if-name", TextOf(e.ifName)}, {"error-info", e.errorInfo},
-        {"error-info-ext", e.errorInfoExt}, {"interval", e.interval}, {"period-id", e.periodId},
-        {"packet-count", e.packetCount}, {"byte-count", e.byteCount}, {"timestamp-second", e.timestampSecond},
-        {"timestamp-nanosecond", e.timestampNanosecond}, {"dscp", e.dscp}, {"measure-mode", e.measureMode}};
-    // clang-format on
-  }
   std::vector<int> WireOrder() const {
     return {2, 1, 1, 2, 12, 32, 14, 25, 3, 4, 5, 6, 7, 10, 8, 9, 22, 11, 13, 33, 15, 16, 17, 18, 19};
   }
@@ -92,92 +35,29 @@ struct FlowCase {
   bool InGpb(const std::string&) const { return true; }
 };
 
-struct FlowHopCase {
-  using Entry = FlowHopEntry;
-  static constexpr uint32_t kMinimumRoom = 839;
-  static constexpr auto kGpb = SAVRO_TARQ_FLOWHOP_GPB_EncodeMsg;
-  static constexpr auto kJson = SAVRO_TARQ_FLOWHOP_JSON_EncodeMsg;
+struct FlowHopCase : RandomFlowHop {
+  using RandomFlowHop::RandomFlowHop;
   static constexpr size_t kGpbSizes[] = {30, 169}, kJsonSizes[] = {262, 465};
   static constexpr char kNullGpb[] = "[TARQ_FLOWHOP_GPB_EncodeMsg] Param error, msg is NULL.";
   static constexpr char kNullJson[] = "[FLOW_JSON_CheckEncodePara] Param error, msg is NULL.";
   static constexpr int kNullLines[] = {221, 36};
-  Entry entry;
-  explicit FlowHopCase(uint32_t how) {
-    Randomize(entry, how);
-    if (how >= 1) entry.sdwanFlag = how == 1 ? 1 : how % 4;
-    if (how >= 2 && how % 3 == 0) (how % 2 ? entry.sdwanSrcTnpId : entry.sdwanDstTnpId) = 0;
-    if (how >= 2 && how % 7 == 0) entry.sdwanPeerSiteId = 0;
-    SetText(entry.ifName, how);
-  }
-  bool HasSdwan() const {
-    return entry.sdwanFlag == 1 && entry.sdwanPeerSiteId && entry.sdwanSrcTnpId && entry.sdwanDstTnpId;
-  }
-  Members Expected() const {
-    const Entry& e = entry;
-    // clang-format off
-    return {
-        {"flow-id", e.flowId}, {"direction", e.direction}, {"if-index", e.ifIndex}, {"if-name", TextOf(e.ifName)},
-        {"error-info", e.errorInfo}, {"error-info-ext", e.errorInfoExt}, {"period-id", e.periodId},
-        {"packet-count", e.packetCount}, {"byte-count", e.byteCount}, {"timestamp-second", e.timestampSecond},
-        {"timestamp-nanosecond", e.timestampNanosecond}, {"measure-mode", e.measureMode},
-        {"sdwan-peer-site-id", e.sdwanPeerSiteId}, {"sdwan-src-tnp-id", e.sdwanSrcTnpId},
-        {"sdwan-dst-tnp-id", e.sdwanDstTnpId}};
-    // clang-format on
-  }
   std::vector<int> WireOrder() const {
     std::vector<int> order = {3, 1, 1, 2, 3, 22, 13, 4, 23, 5, 6, 7, 8, 9};
-    if (HasSdwan()) order.insert(order.end(), {24, 25, 26});
+    if (HasSdwan(entry)) order.insert(order.end(), {24, 25, 26});
     return order;
   }
   const google::protobuf::Message& Decoded(const Tarq& t) const {
     return t.flow_hop_statistics().flow_hop_statistic(t.flow_hop_statistics().flow_hop_statistic_size() - 1);
   }
-  bool InGpb(const std::string& key) const { return !key.starts_with("sdwan") || HasSdwan(); }
+  bool InGpb(const std::string& key) const { return !key.starts_with("sdwan") || HasSdwan(entry); }
 };
 
-struct NativeIpCase {
-  using Entry = NativeIpEntry;
-  static constexpr uint32_t kMinimumRoom = 961;
-  static constexpr auto kGpb = SAVRO_NTVTARQ_GPB_EncodeMsg;
-  static constexpr auto kJson = SAVRO_NTVTARQ_JSON_EncodeMsg;
+struct NativeIpCase : RandomNativeIp {
+  using RandomNativeIp::RandomNativeIp;
   static constexpr size_t kGpbSizes[] = {69, 185}, kJsonSizes[] = {0, 601};
   static constexpr char kNullGpb[] = "[NTVTARQ_GPB_EncodeMsg] Param error, msg is NULL.";
   static constexpr char kNullJson[] = "[NTVTARQ_JSON_CheckEncodePara] Param error, msg is NULL.";
   static constexpr int kNullLines[] = {0, 0};
-  Entry entry;
-  uint8_t mac[6];
-  std::string ifName, appName;
-  explicit NativeIpCase(uint32_t how) {
-    Randomize(entry, how);
-    Randomize(mac, how);
-    if (how >= 2)
-      ifName.assign(g_random() % 70, 'i'), appName.assign(g_random() % 70, 'p'), entry.directionKind = how % 5,
-                                                                                 entry.rawDirection = how % 4;
-    entry.ifName = ifName.c_str();
-    entry.appName = how % 2 ? appName.c_str() : nullptr;
-    entry.clientMac = how == 0 || how % 3 == 2 ? nullptr : mac;
-  }
-  Members Expected() const {
-    const Entry& e = entry;
-    // clang-format off
-    Members m = {
-        {"source-ip", Ipv4(e.sourceIp)}, {"destination-ip", Ipv4(e.destinationIp)}, {"source-port", e.sourcePort},
-        {"destination-port", e.destinationPort}, {"protocol", e.protocol}, {"if-name", ifName},
-        {"direction", SAVRO_NTVTARQ_ENCODE_GetDirection(e.rawDirection, e.directionKind)},
-        {"interval", e.interval}, {"period-id", e.periodId}, {"packet-count", e.packetCount},
-        {"byte-count", e.byteCount}, {"timestamp-second", e.timestampSecond},
-        {"timestamp-nanosecond", e.timestampNanosecond}, {"discarded-packet-count", e.discardedPacketCount},
-        {"discarded-byte-count", e.discardedByteCount}, {"discard-reason", e.discardReason},
-        {"start-time", e.startTime}, {"error-info", e.errorInfo}, {"error-info-ext", e.errorInfoExt},
-        {"encap-type", e.encapType}};
-    // clang-format on
-    char text[15];
-    if (e.clientMac)
-      snprintf(text, sizeof(text), "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]),
-          m["client-mac"] = text;
-    if (e.appName) m["app-id"] = e.appId, m["app-name"] = appName;
-    return m;
-  }
   std::vector<int> WireOrder() const {
     std::vector<int> order = {8, 1, 1, 3, 5, 6, 7};
     if (entry.clientMac) order.push_back(23);
@@ -249,7 +129,7 @@ TYPED_TEST(Encoders, RandomAndExtremeRecordsReadBackTheSameFromBothEncodings) {
   std::string sample;
   for (uint32_t how = 0; how < 2000; ++how) {
     const TypeParam c(how);
-    const ordered_json expected = c.Expected();
+    const ordered_json expected = Expected(c.entry);
     const std::string json = this->Json(c);
     ASSERT_TRUE(json.starts_with("{") && json.ends_with("},"));
     const ordered_json parsed = ordered_json::parse(json.substr(0, json.size() - 1));

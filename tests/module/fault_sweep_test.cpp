@@ -13,12 +13,6 @@ namespace {
 
 constexpr uint32_t kRecords = 130;  // of the smallest, more than a JSON buffer of any kind holds
 
-#ifdef __SANITIZE_ADDRESS__
-constexpr int kStride = 7;  // a run costs ten times as much there; every call is tried in the plain build
-#else
-constexpr int kStride = 1;
-#endif
-
 /// Calls whose failure the module has nothing to say of, or that it cannot tell from a quiet outcome.
 const std::set<std::string> kSilent = {"COMP_GetVTable",    "BufFree",
                                        "free_unpacked",     "unpack",
@@ -93,7 +87,7 @@ class Sweep {
 
 TEST(FaultSweep, EveryPlatformCallMayFailOnce) {
   int failing = 0;
-  for (bool more = true; more; failing += kStride) {
+  for (bool more = true; more; ++failing) {
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -108,7 +102,7 @@ TEST(FaultSweep, EveryPlatformCallMayFailOnce) {
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) <= 1) << "with call " << failing + 1 << " failing";
     more = WEXITSTATUS(status) == 0;
   }
-  EXPECT_GT(failing, 1000);
+  EXPECT_GT(failing, 150);
 }
 
 }  // namespace

@@ -65,6 +65,18 @@ struct Channel : testing::Test {
   }
 };
 
+TEST_F(Channel, OnlyLoopbackIsListenedOn) {
+  const FileDescriptor elsewhere{socket(AF_INET, SOCK_STREAM, 0)};
+  const sockaddr_in other{AF_INET, htons(port), {inet_addr("127.0.0.2")}, {}};
+  EXPECT_NE(connect(elsewhere.get(), reinterpret_cast<const sockaddr*>(&other), sizeof other), 0);
+  EXPECT_EQ(errno, ECONNREFUSED);
+  ASSERT_EQ(WUX_CHAN_UCServerDestory(server), 0u);
+  for (const char* address : {"0.0.0.0", "192.0.2.1", "255.255.255.255"}) {
+    EXPECT_EQ(Start(address), uint32_t{EADDRNOTAVAIL}) << address;
+  }
+  ASSERT_EQ(Start(), 0u);
+}
+
 TEST_F(Channel, FramesArriveWholeWhereverTheyAreCut) {
   const std::string bytes = Frame(1, "first") + Frame(2, "") + Frame(3, std::string(wire::kMaxMessageLength, 'x'));
   const Batch messages = {"1:first", "2:", "3:" + std::string(wire::kMaxMessageLength, 'x')};

@@ -254,10 +254,9 @@ size_t Fmt(const FlowEntry& e, char* out) {
 size_t Fmt(const FlowHopEntry& e, char* out) {
   const char* const end = fmt::format_to(
       out,
-      FMT_COMPILE(
-          R"({{"flow-id":{},"direction":{},"if-index":{},"if-name":"{}","error-info":{},"error-info-ext":{},)"
-          R"("period-id":{},"packet-count":{},"byte-count":{},"timestamp-second":{},"timestamp-nanosecond":{},)"
-          R"("measure-mode":{},"sdwan-peer-site-id":{},"sdwan-src-tnp-id":{},"sdwan-dst-tnp-id":{}}},)"),
+      FMT_COMPILE(R"({{"flow-id":{},"direction":{},"if-index":{},"if-name":"{}","error-info":{},"error-info-ext":{},)"
+                  R"("period-id":{},"packet-count":{},"byte-count":{},"timestamp-second":{},"timestamp-nanosecond":{},)"
+                  R"("measure-mode":{},"sdwan-peer-site-id":{},"sdwan-src-tnp-id":{},"sdwan-dst-tnp-id":{}}},)"),
       e.flowId, e.direction, e.ifIndex, std::string_view(e.ifName), e.errorInfo, e.errorInfoExt, e.periodId,
       e.packetCount, e.byteCount, e.timestampSecond, e.timestampNanosecond, e.measureMode, e.sdwanPeerSiteId,
       e.sdwanSrcTnpId, e.sdwanDstTnpId);

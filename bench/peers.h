@@ -1,5 +1,5 @@
-// What one could use instead of the module's encoders, over the same records. Each writes one record's fragment at `out`,
-// which has ample room, and returns its length. Address texts come from the module's own conversions.
+// What one could use instead of the module's encoders, over the same records. Each writes one record's fragment at
+// `out`, which has ample room, and returns its length. Address texts come from the module's own conversions.
 #pragma once
 
 #include <cstddef>

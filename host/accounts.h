@@ -51,8 +51,10 @@ struct Accounts {
   uint64_t recordsUnpacked() const;
   /// Records of the kind that were encoded that way; none when nobody subscribed to that.
   std::optional<uint64_t> encoded(const Kind& kind, CodeType encoding) const;
-  /// Records unpacked that the period table tells nothing of: their period was displaced before it was saved.
-  uint64_t recordsForgotten() const;
+  /// Records that the encoders took, once for each encoding somebody subscribed to.
+  uint64_t recordsEncoded() const;
+  /// Of these, those that were in no upload: their sample could not be framed or handed over.
+  uint64_t recordsNotUploaded() const;
   /// Collection cycles, and those that stopped at the record limit.
   uint64_t cycles() const { return statsQueue.emptyReads + limitHits(); }
   uint64_t limitHits() const { return eventQueue.ownWrites; }

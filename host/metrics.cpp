@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <utf8.h>
 
 #include <algorithm>
 #include <fstream>
@@ -11,9 +12,10 @@
 namespace tarq::host {
 namespace {
 
+/// A label's value: valid UTF-8, what would end it escaped.
 std::string Escaped(std::string_view value) {
   std::string text;
-  for (char c : value) {
+  for (char c : utf8::replace_invalid(value)) {
     if (c == '\\' || c == '"') text += '\\';
     c == '\n' ? text += "\\n" : text += c;
   }
@@ -143,10 +145,17 @@ void AddRecords(Exposition& out, const Accounts& accounts) {
       }
     }
   }
-  out.Single("tarq_records_counted_in_total", "counter", "Records in that the period table accounts for.",
+  out.Single("tarq_records_not_uploaded", "gauge", "Encoded records in no upload: not framed, or still gathered.",
+             accounts.recordsNotUploaded());
+  out.Single("tarq_records_counted_in_total", "counter", "Records in, by the rows handed to the period table.",
              accounts.database.recordsIn);
-  out.Single("tarq_records_counted_out_total", "counter", "Records out that the period table accounts for.",
+  out.Single("tarq_records_counted_out_total", "counter", "Records out, by the rows handed to the period table.",
              accounts.database.recordsOut);
+  out.Single("tarq_records_forgotten_total", "counter",
+             "Records unpacked whose period was displaced before a row told of them.",
+             accounts.database.recordsForgotten);
+  out.Single("tarq_records_in_no_row", "gauge", "Records unpacked that no row tells of yet.",
+             accounts.database.recordsInNoRow);
 }
 
 struct State {

@@ -61,7 +61,7 @@ class Output {
   /// Ends in order, after the last write: makes sure of what was delivered, as long as `deadline` allows.
   virtual void Finish(Deadline /*deadline*/) {}
 
-  /// Takes what has become unconfirmed since the last call.
+  /// Takes what has become unconfirmed since the last call. Any thread, any time.
   virtual std::vector<Unconfirmed> TakeUnconfirmed() { return {}; }
 
   /// Any thread, any time.

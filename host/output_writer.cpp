@@ -26,8 +26,9 @@ void OutputWriter::Push(size_t slot, standin::Sample&& sample) {
   bool lossBegan;
   {
     std::lock_guard lock(mutex_);
-    counters_[slot].received.Add(sample.recordCount);
+    const uint32_t records = sample.recordCount;
     lossBegan = queues_[slot].Push(std::move(sample));
+    counters_[slot].received.Add(records);
   }
   work_.notify_one();
   if (lossBegan) {
@@ -63,14 +64,12 @@ bool OutputWriter::AwaitStop() {
   return true;
 }
 
-SubscriptionCounters OutputWriter::counters(size_t slot) const {
+SubscriptionCounters OutputWriter::counters(size_t slot) {
   std::lock_guard lock(mutex_);
+  CountUnconfirmed();
   SubscriptionCounters counters = counters_[slot];
   counters.dropped = queues_[slot].dropped();
-  auto waiting = [&](uint64_t SampleCount::*count) {
-    return counters.received.*count - counters.delivered.*count - counters.dropped.*count - counters.failed.*count;
-  };
-  counters.waiting = {waiting(&SampleCount::samples), waiting(&SampleCount::records)};
+  counters.waiting.Add(queues_[slot].waiting());
   return counters;
 }
 
@@ -88,6 +87,7 @@ void OutputWriter::Run() {
     size_t slot = *NextSlot();
     turn_ = slot + 1;
     standin::Sample sample = *queues_[slot].Pop();
+    counters_[slot].waiting.Add(sample.recordCount);
     Account(slot, sample, WriteUnlocked(lock, slot, sample));
     progress_.notify_all();
   }
@@ -141,6 +141,7 @@ WriteResult OutputWriter::WriteUnlocked(std::unique_lock<std::mutex>& lock, size
 
 void OutputWriter::Account(size_t slot, const standin::Sample& sample, const WriteResult& result) {
   bool delivered = result.outcome == WriteResult::Outcome::kDelivered;
+  counters_[slot].waiting.Remove(sample.recordCount);
   (delivered ? counters_[slot].delivered : counters_[slot].failed).Add(sample.recordCount);
   if (!delivered && !failing_) spdlog::error("{}: {}; samples are lost", name(), result.reason);
   if (delivered && failing_) spdlog::info("{}: takes samples again", name());

@@ -54,7 +54,7 @@ class OutputWriter {
   bool AwaitStop();
 
   const std::vector<Subscription>& subscriptions() const { return subscriptions_; }
-  SubscriptionCounters counters(size_t slot) const;
+  SubscriptionCounters counters(size_t slot);
   /// Why the output takes nothing more; empty while it does.
   std::string goneReason() const;
   std::string name() const { return output_->name(); }
@@ -76,7 +76,7 @@ class OutputWriter {
   std::condition_variable work_;
   std::condition_variable progress_;
   std::vector<SampleQueue> queues_;
-  std::vector<SubscriptionCounters> counters_;
+  std::vector<SubscriptionCounters> counters_;  // waiting: the sample being written alone
   size_t turn_ = 0;
   bool writing_ = false;
   bool idling_ = false;  // the output looks round

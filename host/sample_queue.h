@@ -30,12 +30,16 @@ class SampleQueue {
   /// What a sample takes of the limit: its data and its own record.
   static size_t Cost(const standin::Sample& sample) { return sizeof(sample) + sample.data.size(); }
   size_t bytes() const { return bytes_; }
+  const SampleCount& waiting() const { return waiting_; }
   const SampleCount& dropped() const { return dropped_; }
 
  private:
+  standin::Sample TakeFirst();
+
   size_t maxBytes_;
   size_t bytes_ = 0;
   std::deque<standin::Sample> samples_;
+  SampleCount waiting_;
   SampleCount dropped_;
   bool losing_ = false;
 };

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 namespace tarq::host {
@@ -89,16 +90,20 @@ void StreamOutput::Finish(Deadline deadline) {
   shutdown(socket_.get(), SHUT_WR);
   deadline = std::min(deadline, Clock::now() + kFinishTimeout);
   std::string end = Look();
-  while (end.empty() && !onTheirWay_.empty()) {
-    const bool over = Clock::now() >= deadline || WaitFor(POLLRDHUP, kFinishPoll) == Wait::kCancelled;
-    end = over ? "it has not acknowledged everything" : Look();
+  while (end.empty() && acknowledged_ < sent_ && Clock::now() < deadline) {
+    std::this_thread::sleep_for(kFinishPoll);
+    end = Look();
   }
-  if (!onTheirWay_.empty()) Lose(end);
+  if (end.empty()) Forget(acknowledged_);  // who is still there reads on
+  if (!onTheirWay_.empty()) Lose(end.empty() ? "it has not acknowledged everything" : end);
   socket_ = standin::FileDescriptor();
   up_ = false;
 }
 
-std::vector<Unconfirmed> StreamOutput::TakeUnconfirmed() { return std::exchange(unconfirmed_, {}); }
+std::vector<Unconfirmed> StreamOutput::TakeUnconfirmed() {
+  std::lock_guard lock(unconfirmedMutex_);
+  return std::exchange(unconfirmed_, {});
+}
 
 // ---- Connecting ----
 
@@ -119,7 +124,7 @@ void StreamOutput::TryAgain() {
     away_ = false;
     up_ = true;
     ++connects_;
-    sent_ = 0;
+    sent_ = acknowledged_ = 0;
     return;
   }
   socket_ = standin::FileDescriptor();
@@ -206,20 +211,24 @@ std::string StreamOutput::Look(int sendError) {
   // Asked for after the count: a Unix peer that leaves bytes unread takes them off the count, and leaves an error.
   if (int pending = PendingError(socket_.get()); error == 0) error = pending;
   if (error != 0) return Reason(error);
-  ForgetAcknowledged(unacknowledged);
+  acknowledged_ = sent_ - std::min(sent_, unacknowledged);
+  // A TCP peer's kernel acknowledges for it; only an end in order says that its program has read everything.
+  const uint64_t unread = over || target_.kind == Target::Kind::kUnix ? 0 : kMostUnreadBytes;
+  Forget(acknowledged_ - std::min(acknowledged_, unread));
   return over ? "the subscriber has closed" : "";
 }
 
-void StreamOutput::ForgetAcknowledged(uint64_t unacknowledged) {
-  const uint64_t acknowledged = sent_ - std::min(sent_, unacknowledged);
-  while (!onTheirWay_.empty() && onTheirWay_.front().end <= acknowledged) {
-    onTheirWay_.pop_front();
-    retry_ = kFirstRetry;
-  }
+/// The samples up to there have arrived.
+void StreamOutput::Forget(uint64_t taken) {
+  while (!onTheirWay_.empty() && onTheirWay_.front().end <= taken) onTheirWay_.pop_front();
+  if (acknowledged_ > 0) retry_ = kFirstRetry;
 }
 
 void StreamOutput::Lose(const std::string& reason) {
-  for (const OnItsWay& sample : onTheirWay_) unconfirmed_.push_back({sample.taskId, {1, sample.records}});
+  {
+    std::lock_guard lock(unconfirmedMutex_);
+    for (const OnItsWay& sample : onTheirWay_) unconfirmed_.push_back({sample.taskId, {1, sample.records}});
+  }
   spdlog::warn("{}: connection lost: {}; {} delivered samples may not have arrived", name(), reason,
                onTheirWay_.size());
   onTheirWay_.clear();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <deque>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,9 +27,11 @@ inline constexpr std::chrono::milliseconds kConnectTimeout{5000};
 inline constexpr std::chrono::seconds kKeepaliveIdle{10};
 inline constexpr std::chrono::seconds kKeepaliveInterval{5};
 inline constexpr int kKeepaliveProbes = 3;
-/// Time at the end for what was delivered to be acknowledged.
-inline constexpr std::chrono::milliseconds kFinishTimeout{1000};
+/// Time at the end for what was delivered to be acknowledged, within the time that threads have to end.
+inline constexpr std::chrono::milliseconds kFinishTimeout{4000};
 inline constexpr std::chrono::milliseconds kFinishPoll{5};
+/// Acknowledged bytes that a TCP subscriber's kernel may still hold unread: its largest receive buffer by default.
+inline constexpr uint64_t kMostUnreadBytes = 6u << 20;
 
 /// Dials the subscriber, again and again when it is away, and writes samples back to back. Each connection begins with
 /// a whole sample: one that a broken connection got in part is written again. A subscriber that ends its side is gone.
@@ -57,12 +60,12 @@ class StreamOutput : public Output {
   bool SendAll(std::string_view bytes);
   bool PeerIsThere(int sendError = 0);
   std::string Look(int sendError = 0);
-  void ForgetAcknowledged(uint64_t unacknowledged);
+  void Forget(uint64_t taken);
   void Lose(const std::string& reason);
   /// Waits for the events on the socket, or only for the time to pass while there is none.
   Wait WaitFor(short events, std::chrono::milliseconds time);
 
-  /// A delivered sample that may still be on its way.
+  /// A delivered sample that the subscriber may not have read.
   struct OnItsWay {
     uint64_t end;  ///< of the connection's bytes
     uint32_t taskId;
@@ -78,6 +81,8 @@ class StreamOutput : public Output {
   bool away_ = false;  ///< the failed attempts were logged
   uint64_t sent_ = 0;  ///< bytes on this connection
   std::deque<OnItsWay> onTheirWay_;
+  uint64_t acknowledged_ = 0;  ///< of the bytes sent
+  std::mutex unconfirmedMutex_;
   std::vector<Unconfirmed> unconfirmed_;
   std::atomic<bool> up_ = false;
   std::atomic<uint64_t> connects_ = 0;

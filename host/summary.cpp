@@ -69,7 +69,7 @@ void AddPlatform(Text out, const Accounts& accounts) {
   fmt::format_to(out, "database       {} rows inserted, {} updated; {} operations failed\n", database.inserts,
                  database.updates, database.failures);
   fmt::format_to(out, "  records      {} counted in, {} out; {} unpacked ones forgotten with a displaced period\n",
-                 database.recordsIn, database.recordsOut, accounts.recordsForgotten());
+                 database.recordsIn, database.recordsOut, database.recordsForgotten);
   fmt::format_to(out, "buffers        ");
   for (auto [size, count] : framework.buffersInUse) fmt::format_to(out, "{} of {} bytes, ", count, size);
   fmt::format_to(out, "in use at the end; {} leaked\n", accounts.leakedBuffers());

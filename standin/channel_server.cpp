@@ -14,6 +14,7 @@
 #include "standin/channel_counters.h"
 #include "standin/crossings.h"
 #include "standin/log.h"
+#include "standin/standin.h"
 
 namespace tarq::standin {
 namespace {
@@ -129,6 +130,7 @@ void ChannelServer::Stop() {
   intakeEnd = {};
   shutdown(listener_.get(), SHUT_RDWR);  // the port refuses at once, whoever still holds this server
   for (const auto& connection : connections()) Close(connection);
+  if (heavy_.exchange(false)) loop_->Release();
   stop_.notify_all();
 }
 
@@ -137,15 +139,32 @@ bool ChannelServer::WaitStopped(std::chrono::steady_clock::time_point deadline) 
   return stop_.wait_until(lock, deadline, [this] { return stopped_; });
 }
 
+/// Runs again after the loop was held, until all is taken in.
 void ChannelServer::EndIntake() {
-  for (int i = 0; i < kBacklog && !full() && AcceptOne(); ++i) {
+  BeginEndOfIntake();
+  for (const auto& connection : connections()) {
+    if (!TakeArrived(connection, connection->arrived)) return;
+    CloseDrained(connection);
   }
-  for (const auto& connection : connections()) Drain(connection);
   Stop();
 }
 
-void ChannelServer::Drain(const ConnectionPtr& connection) {
-  TakeArrived(connection);
+void ChannelServer::BeginEndOfIntake() {
+  Source listener;
+  {
+    std::lock_guard lock(mutex_);
+    if (std::exchange(ending_, true)) return;
+    listener.swap(listenerSource_);
+  }
+  for (int i = 0; i < kBacklog && !full() && AcceptOne(); ++i) {
+  }
+  for (const auto& connection : connections()) {
+    connection->source = {};
+    connection->arrived = ArrivedBytes(connection->socket.get());
+  }
+}
+
+void ChannelServer::CloseDrained(const ConnectionPtr& connection) {
   const int socket = connection->socket.get();
   uint8_t next;
   const size_t half = connection->buffer.halfFrame();
@@ -154,16 +173,30 @@ void ChannelServer::Drain(const ConnectionPtr& connection) {
   Log(kLogNote, "[channel] %s: stopped in the middle of a frame, %zu bytes dropped", connection->peer.c_str(), half);
 }
 
-void ChannelServer::TakeArrived(const ConnectionPtr& connection) {
-  const int socket = connection->socket.get();
-  size_t left = ArrivedBytes(socket);
-  while (left > 0 && IsOpen(connection)) {
+/// Takes in that many bytes, as far as there are so many. False when the loop is held before that.
+bool ChannelServer::TakeArrived(const ConnectionPtr& connection, size_t& arrived) {
+  while (arrived > 0 && IsOpen(connection)) {
+    if (loop_->held()) return false;
     const auto room = connection->buffer.Room();
-    const ssize_t received = room.empty() ? 0 : recv(socket, room.data(), std::min(room.size(), left), 0);
+    const ssize_t received =
+        room.empty() ? 0 : recv(connection->socket.get(), room.data(), std::min(room.size(), arrived), 0);
     if (received <= 0) break;
-    left -= static_cast<size_t>(received);
+    arrived -= static_cast<size_t>(received);
     TakeIn(connection, static_cast<size_t>(received));
   }
+  return true;
+}
+
+/// The queue's own limit counts messages; this one counts bytes.
+void ChannelServer::HoldWhenHeavy() {
+  if (BufferBytesInUse() <= kMaxBufferBytes || heavy_.exchange(true)) return;
+  Log(kLogNote, "[channel] nothing is read: the messages that wait take more than %llu bytes",
+      static_cast<unsigned long long>(kMaxBufferBytes));
+  loop_->Hold();
+}
+
+void ChannelServer::ReleaseWhenLight() {
+  if (heavy_ && BufferBytesInUse() <= kMaxBufferBytes / 2 && heavy_.exchange(false)) loop_->Release();
 }
 
 uint16_t ChannelServer::port() const {
@@ -205,7 +238,7 @@ void ChannelServer::PauseAccepting() {
 
 void ChannelServer::ResumeAccepting() {
   std::lock_guard lock(mutex_);
-  if (!stopped_ && !listenerSource_ && connections_.size() < kMaxConnections) WatchListener();
+  if (!stopped_ && !ending_ && !listenerSource_ && connections_.size() < kMaxConnections) WatchListener();
 }
 
 bool ChannelServer::full() const {
@@ -249,6 +282,7 @@ void ChannelServer::TakeIn(const ConnectionPtr& connection, size_t received) {
   const auto excess = connection->buffer.Parse(received, std::chrono::steady_clock::now(), batch_);
   for (const MessageDescriptor& message : batch_) HandOver(message);
   connection->buffer.Compact();
+  HoldWhenHeavy();
   if (excess) Fault(connection, "a frame of %u bytes exceeds the limit of %u", *excess, wire::kMaxMessageLength);
 }
 
@@ -278,6 +312,7 @@ void ChannelServer::OnEnd(const ConnectionPtr& connection, int error) {
 void ChannelServer::Sweep() {
   uint64_t expirations;
   if (read(sweepTimer_.get(), &expirations, sizeof expirations) < 0) return;
+  ReleaseWhenLight();
   if (!loop_->held()) {  // a held connection is not at fault for what is not read
     for (const auto& connection : connections()) CheckHalfFrame(connection);
   }
@@ -291,8 +326,8 @@ void ChannelServer::CheckHalfFrame(const ConnectionPtr& connection) {
     return buffer.halfFrame() > 0 && std::chrono::steady_clock::now() - buffer.halfSince() >= kHalfFrameTimeout;
   };
   if (!late()) return;
-  TakeArrived(connection);  // a late loop may not have seen the rest yet
-  if (!late()) return;
+  size_t arrived = ArrivedBytes(connection->socket.get());
+  if (!TakeArrived(connection, arrived) || !late()) return;  // a late loop may not have seen the rest yet
   Fault(connection, "a frame was not complete after %lld s, %zu bytes dropped",
         static_cast<long long>(kHalfFrameTimeout.count()), buffer.halfFrame());
 }

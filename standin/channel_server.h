@@ -27,6 +27,7 @@ struct Connection {
   std::string peer;
   FrameBuffer buffer;
   Source source;
+  size_t arrived = 0;  ///< bytes still to be taken in at the end of intake
 };
 
 /// Listens on a loopback port and hands complete frames to the receive callback on the loop's thread.
@@ -67,8 +68,11 @@ class ChannelServer : public std::enable_shared_from_this<ChannelServer> {
   void HandOver(const MessageDescriptor& message);
   void OnEnd(const ConnectionPtr& connection, int error);
   void EndIntake();
-  void Drain(const ConnectionPtr& connection);
-  void TakeArrived(const ConnectionPtr& connection);
+  void BeginEndOfIntake();
+  void CloseDrained(const ConnectionPtr& connection);
+  bool TakeArrived(const ConnectionPtr& connection, size_t& arrived);
+  void HoldWhenHeavy();
+  void ReleaseWhenLight();
   void Sweep();
   void CheckHalfFrame(const ConnectionPtr& connection);
 
@@ -88,7 +92,8 @@ class ChannelServer : public std::enable_shared_from_this<ChannelServer> {
 
   mutable std::mutex mutex_;
   std::condition_variable stop_;
-  bool stopped_ = false;   ///< under the mutex, like the four below
+  bool stopped_ = false;   ///< under the mutex, like the five below
+  bool ending_ = false;    ///< intake takes in what had arrived when its end began, and nothing else
   Source listenerSource_;  ///< empty while accepting pauses
   Source sweepSource_;
   Source intakeEndSource_;
@@ -96,6 +101,7 @@ class ChannelServer : public std::enable_shared_from_this<ChannelServer> {
 
   std::vector<MessageDescriptor> batch_;  ///< loop's thread alone
   std::atomic<bool> crowded_ = false;     ///< connections have to wait for others to end; noted in one log line
+  std::atomic<bool> heavy_ = false;       ///< holds the loop: the module's buffers take too much memory
   bool starved_ = false;                  ///< accepting fails for want of descriptors or memory; noted in one log line
 };
 

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "standin/log.h"
+#include "standin/period_ledger.h"
 #include "standin/registry.h"
 #include "standin/standin.h"
 
@@ -196,6 +197,7 @@ void CountRecords(const ReportPerfRecord& row) {
   store.counters.recordsIn += row.in_wux_item_count - last.in_wux_item_count;
   store.counters.recordsOut += row.out_item_count - last.out_item_count;
   last = row;
+  PeriodLedger::Get().AddRow(row.history_id);
 }
 
 enum class Outcome { kDone, kNoRow, kFailed };
@@ -288,7 +290,10 @@ std::vector<ReportPerfRecord> ReadPeriodTable() {
 DatabaseCounters GetDatabaseCounters() {
   Store& store = TheStore();
   std::lock_guard lock(store.mutex);
-  return store.counters;
+  DatabaseCounters counters = store.counters;
+  counters.recordsForgotten = PeriodLedger::Get().forgotten();
+  counters.recordsInNoRow = PeriodLedger::Get().inNoRow();
+  return counters;
 }
 
 }  // namespace tarq::standin

@@ -45,6 +45,7 @@ struct Framework {
 
   std::mutex bufferMutex;
   std::map<uint32_t, uint64_t> buffersInUse;
+  std::atomic<uint64_t> bufferBytes = 0;
 
   SampleDelivery delivery;
 };
@@ -129,6 +130,7 @@ void CountBuffer(uint32_t size, int64_t change) {
   Framework& framework = TheFramework();
   std::lock_guard lock(framework.bufferMutex);
   if ((framework.buffersInUse[size] += change) == 0) framework.buffersInUse.erase(size);
+  framework.bufferBytes += static_cast<uint64_t>(change * int64_t{size});
 }
 
 void* AllocateBuffer(uint32_t, uint32_t size) {
@@ -199,6 +201,8 @@ uint32_t DeleteTask(std::string_view path, uint32_t tlmId, uint32_t taskId) {
 bool WaitDelivered(std::chrono::milliseconds timeout) { return TheFramework().delivery.WaitIdle(timeout); }
 
 void StopDelivery() { TheFramework().delivery.Stop(); }
+
+uint64_t BufferBytesInUse() { return TheFramework().bufferBytes; }
 
 FrameworkCounters GetFrameworkCounters() {
   Framework& framework = TheFramework();

@@ -11,6 +11,7 @@
 #include "standin/crossings.h"
 #include "standin/log.h"
 #include "standin/packed_list.h"
+#include "standin/period_ledger.h"
 #include "standin/standin.h"
 
 namespace tarq {
@@ -50,7 +51,8 @@ struct Kind {
   const char* name;
   uint32_t msgId;
   uint16_t entrySize;
-  int countWord;  ///< index in `StatisticsList::words`
+  int countWord;        ///< index in `StatisticsList::words`
+  size_t periodOffset;  ///< of the low 32 bits of the period's number in an entry
   /// Turns the entries' offsets into pointers into the tail; null when the kind has no tail.
   void (*resolve)(const Unpacked& list, Reason& reason);
   std::atomic<uint64_t> unpacked = 0, refused = 0, records = 0;
@@ -101,9 +103,9 @@ void ResolveNativeIp(const Unpacked& list, Reason& reason) {
 }
 
 Kind g_kinds[] = {
-    {"native IP", kNativeIpMsgId, sizeof(NativeIpEntry), 2, ResolveNativeIp},
-    {"flow", kFlowMsgId, sizeof(FlowEntry), 0, nullptr},
-    {"flow-hop", kFlowHopMsgId, sizeof(FlowHopEntry), 0, nullptr},
+    {"native IP", kNativeIpMsgId, sizeof(NativeIpEntry), 2, offsetof(NativeIpEntry, periodId), ResolveNativeIp},
+    {"flow", kFlowMsgId, sizeof(FlowEntry), 0, offsetof(FlowEntry, periodId), nullptr},
+    {"flow-hop", kFlowHopMsgId, sizeof(FlowHopEntry), 0, offsetof(FlowHopEntry, periodId), nullptr},
 };
 Kind& g_nativeIp = g_kinds[0];
 Kind& g_flow = g_kinds[1];
@@ -153,6 +155,23 @@ void Fill(const Kind& kind, const void* payload, uint32_t length, StatisticsList
   list.words[kind.countWord] = header.entryCount;
 }
 
+/// Tells the ledger of the list's records, a run of one period at a time.
+void NotePeriods(const Kind& kind, const StatisticsList& list) {
+  const auto* entry = reinterpret_cast<const uint8_t*>(list.words[1]) + kind.periodOffset;
+  uint32_t run = 0, period = 0;
+  for (uint64_t left = list.words[kind.countWord]; left > 0; --left, entry += kind.entrySize) {
+    uint32_t next;
+    std::memcpy(&next, entry, sizeof next);
+    if (next != period) {
+      if (run > 0) standin::PeriodLedger::Get().AddUnpacked(period, run);
+      run = 0;
+      period = next;
+    }
+    ++run;
+  }
+  if (run > 0) standin::PeriodLedger::Get().AddUnpacked(period, run);
+}
+
 /// The list that the calling thread has in hand, by its message identifier.
 uint32_t& InHand() {
   static thread_local uint32_t msgId = 0;
@@ -172,6 +191,7 @@ uint32_t Unpack(Kind& kind, const void* payload, uint32_t length, StatisticsList
   }
   ++kind.unpacked;
   kind.records += list->words[kind.countWord];
+  NotePeriods(kind, *list);
   InHand() = kind.msgId;
   return 0;
 }

@@ -30,9 +30,10 @@ bool SampleDelivery::Accept(Sample&& sample) {
   }
   full_ = false;
   if (!thread_.joinable()) thread_ = std::thread([this] { Run(); });
-  byTask_[sample.taskId].waiting.Add(sample.recordCount);
-  pendingBytes_ += BytesOf(sample);
+  SampleCount& waiting = byTask_[sample.taskId].waiting;
   waiting_.push_back(std::move(sample));
+  waiting.Add(waiting_.back().recordCount);
+  pendingBytes_ += BytesOf(waiting_.back());
   wake_.notify_one();
   return true;
 }
@@ -82,8 +83,7 @@ bool SampleDelivery::Deliver(const SampleHandler& handler, Sample&& sample) {
 
 void SampleDelivery::Settle(uint32_t taskId, uint32_t records, SampleCount UploadCounters::*outcome) {
   UploadCounters& counters = byTask_[taskId];
-  --counters.waiting.samples;
-  counters.waiting.records -= records;
+  counters.waiting.Remove(records);
   (counters.*outcome).Add(records);
 }
 

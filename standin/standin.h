@@ -63,6 +63,10 @@ struct SampleCount {
     samples += other.samples;
     records += other.records;
   }
+  void Remove(uint32_t recordCount) {
+    --samples;
+    records -= recordCount;
+  }
   bool operator==(const SampleCount&) const = default;
 };
 
@@ -81,6 +85,9 @@ struct FrameworkCounters {
   std::map<uint32_t, uint64_t> buffersInUse;  ///< buffer size in bytes -> buffers not yet released
 };
 FrameworkCounters GetFrameworkCounters();
+
+/// Bytes of the buffers that the module has not released yet. Any thread.
+uint64_t BufferBytesInUse();
 
 /// Bytes of samples that wait for delivery at most; an upload beyond that is refused.
 inline constexpr size_t kMaxPendingBytes = 64u << 20;
@@ -155,6 +162,9 @@ ChannelCounters GetChannelCounters();
 inline constexpr uint32_t kMaxConnections = 64;
 inline constexpr std::chrono::seconds kHalfFrameTimeout{10};  ///< from a frame's first byte to its last
 inline constexpr size_t kMaxCountedIds = 64;
+/// Nothing is read while the module's buffers take more bytes; read on when they take half of it, looked at each
+/// second.
+inline constexpr uint64_t kMaxBufferBytes = 256u << 20;
 
 // ---- Messages --------------------------------------------------------------------------------------------
 
@@ -187,6 +197,8 @@ struct DatabaseCounters {
   /// Records in and out that the rows handed over account for, whether SQLite took them or not. A row counts from its
   /// slot's last one on, from 0 when the period began anew.
   uint64_t recordsIn = 0, recordsOut = 0;
+  uint64_t recordsForgotten = 0;  ///< unpacked records whose period was displaced before a row told of them
+  uint64_t recordsInNoRow = 0;    ///< unpacked records that no row tells of yet
 };
 DatabaseCounters GetDatabaseCounters();
 

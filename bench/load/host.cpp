@@ -39,12 +39,12 @@ std::string WordAfter(const std::string& text, const std::string& start) {
 }  // namespace
 
 Host::Host(const std::string& program, const std::string& folder, const std::string& jsonSocket,
-           const std::string& gpbSocket, const std::optional<size_t>& queueBytes)
+           const std::string& gpbSocket, size_t queueBytes)
     : folder_(folder) {
   // Ends with this program, whatever ends that.
-  std::vector<std::string> command = {"setpriv", "--pdeathsig", "TERM", program,           "--port",
-                                      "0",       "--metrics",   "0",    "--drain-timeout", "60"};
-  if (queueBytes) command.insert(command.end(), {"--queue-bytes", std::to_string(*queueBytes)});
+  std::vector<std::string> command = {"setpriv",         "--pdeathsig", "TERM",          program,
+                                      "--port",          "0",           "--metrics",     "0",
+                                      "--drain-timeout", "60",          "--queue-bytes", std::to_string(queueBytes)};
   for (const auto& [socket, encoding] : {std::pair(jsonSocket, "json"), {gpbSocket, "gpb"}}) {
     const bool gpb = std::string(encoding) == "gpb";
     for (const std::string& word : {std::string("--output"), "unix:" + socket, std::string("--format"),

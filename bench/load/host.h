@@ -4,7 +4,6 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "tests/support/books.h"
@@ -14,10 +13,10 @@ namespace tarq::load {
 /// Runs the host's program with every kind in JSON lines to one socket and in delimited GPB to another.
 class Host {
  public:
-  /// `folder` gets its files; `queueBytes` bounds its queues where given. Throws `std::runtime_error` when it does not
+  /// `folder` gets its files; `queueBytes` bounds its queues. Throws `std::runtime_error` when it does not
   /// start.
   Host(const std::string& program, const std::string& folder, const std::string& jsonSocket,
-       const std::string& gpbSocket, const std::optional<size_t>& queueBytes);
+       const std::string& gpbSocket, size_t queueBytes);
   /// Kills it, unless it has been stopped.
   ~Host();
   Host(const Host&) = delete;

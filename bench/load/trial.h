@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 
 namespace tarq::load {
@@ -14,8 +13,8 @@ using Seconds = std::chrono::duration<double>;
 struct Setup {
   std::string host;    ///< the host's program
   std::string folder;  ///< for sockets and files
-  std::optional<size_t> queueBytes;
-  double rate;  ///< records per second over all kinds
+  size_t queueBytes;   ///< bound of each of the host's queues
+  double rate;         ///< records per second over all kinds
   Seconds time;
   Seconds stall{0};  ///< how long the reader of JSON does not read, beginning 2 s after the start
 };

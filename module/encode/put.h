@@ -119,8 +119,8 @@ inline constexpr HexPairs kUpperHex = MakeHexPairs("0123456789ABCDEF");
 
 /// Four digits at most, without leading zeros.
 TARQ_INLINE char* PutHexGroup(char* out, uint32_t group) {
-  const uint32_t all = Load<uint16_t>(kLowerHex.pairs[group >> 8]) |
-                       uint32_t{Load<uint16_t>(kLowerHex.pairs[group & 0xFF])} << 16;
+  const uint32_t all =
+      Load<uint16_t>(kLowerHex.pairs[group >> 8]) | uint32_t{Load<uint16_t>(kLowerHex.pairs[group & 0xFF])} << 16;
   const int leadingZeros = std::countl_zero(static_cast<uint16_t>(group | 1)) / 4;
   Store(out, all >> 8 * leadingZeros);
   return out + 4 - leadingZeros;
@@ -171,15 +171,8 @@ TARQ_INLINE char* PutField(char* out, const char (&field)[N]) {
 // ---- Varints ----
 
 /// Continuation bits of a varint of so many bytes.
-inline constexpr uint64_t kContinuation[] = {0,
-                                             0,
-                                             0x80,
-                                             0x8080,
-                                             0x808080,
-                                             0x80808080,
-                                             0x8080808080,
-                                             0x808080808080,
-                                             0x80808080808080};
+inline constexpr uint64_t kContinuation[] = {
+    0, 0, 0x80, 0x8080, 0x808080, 0x80808080, 0x8080808080, 0x808080808080, 0x80808080808080};
 
 /// The lower 56 bits, seven to a byte.
 TARQ_INLINE uint64_t SevenToAByte(uint64_t value) {

@@ -72,7 +72,7 @@ TEST(ProcessFaults, AHostKilledInMidCycleIsReplacedAndGetsTheMetersBacklog) {
   ASSERT_TRUE(Eventually([&] { return !first->process().Out().empty(); })) << "samples come: a cycle is on its way";
   first->process().Signal(SIGKILL);
   first->process().Wait();
-  HostProcess second(scratch.path, {"--db", db, "--metrics", "0"}, port);
+  HostProcess second(scratch.path, {"--db", db, "--metrics", "0", "--queue-bytes", "268435456"}, port);
   EXPECT_TRUE(Eventually([&] { return second.Metrics().Sum("tarq_records_unpacked_total") > 0; }));
   meter.Signal(SIGTERM);
   EXPECT_EQ(meter.Wait(), 1) << "what the killed host had is not known";

@@ -47,8 +47,8 @@ std::string Framed(uint32_t msgId, const void* payload, size_t length) {
 
 /// `count` records of one kind in messages of `perMessage`, all of one period.
 template <class Entry>
-std::string Messages(uint32_t count, uint32_t perMessage, Entry entry = {}) {
-  entry.periodId = 7;
+std::string Messages(uint32_t count, uint32_t perMessage, Entry entry = {}, uint32_t period = 7) {
+  entry.periodId = period;
   std::string frames;
   wire::ListPacker<Entry> packer(wire::kMaxMessageLength);
   while (count > 0) {
@@ -218,12 +218,23 @@ TEST_F(Running, EveryKindOfMessageIsInOneCountAtEveryLoad) {
   }
   const Accounts all = Take();
   EXPECT_EQ(all.recordsUnpacked(), 1 + 3 * 666 + 3 * 5000 + 30 + 10 + 3u);
-  EXPECT_EQ(all.recordsForgotten(), 0u);
+  EXPECT_EQ(all.database.recordsForgotten, 0u);
+  EXPECT_EQ(all.database.recordsOut, all.recordsEncoded());
   EXPECT_GE(all.limitHits(), 7u);
   EXPECT_THAT(all.Losses(),
               testing::ElementsAre(HasSubstr("1 messages not queued"), HasSubstr("1 flow messages refused"),
                                    HasSubstr("60 times a flow record was refused")));
   EXPECT_EQ(all.outcomes().unwanted, 2u);
+}
+
+TEST_F(Running, RecordsOfDisplacedPeriodsAreCountedAsForgotten) {
+  std::string frames;
+  for (uint32_t period = 1000; period < 1300; ++period) frames += Messages<FlowEntry>(2, 2, {}, period);
+  Send(frames);
+  Cycle();
+  ExpectBalance();
+  EXPECT_EQ(Take().database.recordsIn, 2 * 64u);
+  EXPECT_EQ(Take().database.recordsForgotten, 2 * (300 - 64u));
 }
 
 TEST_F(Running, AKindWhoseTasksWentHasItsWaitingMessagesReleasedUnread) {

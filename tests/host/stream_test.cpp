@@ -133,7 +133,7 @@ class Stream : public testing::TestWithParam<Case> {
     const auto writtenSoon = [this] { return Count().waiting.samples == 0; };
     do {
       Take(next++, 1);
-    } while (Eventually(writtenSoon, 300ms));
+    } while (Eventually(writtenSoon, 1s));
     return next;
   }
   std::vector<uint64_t> ReadNumbers(size_t samples = SIZE_MAX) {
@@ -232,7 +232,9 @@ TEST_P(Stream, WhatAReaderHadNotReadWhenItLeftIsInDoubtAndNothingElse) {
     listener_.Accept();
     Take(next, 3);
     next += 3;
-    if (read) EXPECT_EQ(ReadNumbers(3), From(next - 3, 3));
+    if (read) {
+      EXPECT_EQ(ReadNumbers(3), From(next - 3, 3));
+    }
     ASSERT_TRUE(Eventually([&] { return Count().delivered.samples == next - kFirst; }));
     listener_.Leave();
     ASSERT_TRUE(Eventually([&] { return delivery_.outputs()[0].link.losses == losses + 1; }));
@@ -240,7 +242,6 @@ TEST_P(Stream, WhatAReaderHadNotReadWhenItLeftIsInDoubtAndNothingElse) {
   };
   takeAndLeave(true);
   EXPECT_EQ(Count().unconfirmed.samples, 0u);
-  if (GetParam().tcp) return;  // there the reader's kernel has taken what it acknowledged
   takeAndLeave(false);
   EXPECT_EQ(Count().unconfirmed.samples, 3u);
   takeAndLeave(true);

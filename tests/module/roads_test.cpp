@@ -1,5 +1,6 @@
-// Every encoder against what it is made of: the exported GPB steps and primitives, and the exported JSON templates filled
-// by the C library. The same bytes, results and log lines come out in every room, and nothing is written behind it.
+// Every encoder against what it is made of: the exported GPB steps and primitives, and the exported JSON templates
+// filled by the C library. The same bytes, results and log lines come out in every room, and nothing is written behind
+// it.
 #include "encode/address_text.h"
 #include "encode/gpb.h"
 #include "encode/native_ip_direction.h"
@@ -127,7 +128,9 @@ class Roads : public ModuleTest {
     const int32_t result = room < Record::kMinimumRoom ? -2 : fits ? static_cast<int32_t>(text.size()) : -1;
     const Encoded encoded = In(room, [&](char* out, uint32_t r) { return Record::kJson(&entry, out, r); });
     ASSERT_TRUE(encoded == (Encoded{result, result > 0 ? text : "", {}}))
-        << "room " << room << ": " << encoded.result << "\n" << encoded.bytes << "\n" << text;
+        << "room " << room << ": " << encoded.result << "\n"
+        << encoded.bytes << "\n"
+        << text;
   }
 };
 using Records = testing::Types<RandomNativeIp, RandomFlow, RandomFlowHop>;

@@ -16,6 +16,7 @@ namespace tarq::standin {
 
 using Batch = std::vector<std::string>;  // each message as its identifier and payload
 Shared<Batch> g_batches;
+void* g_queue = nullptr;  ///< gets an element for each message, where there is one
 
 uint32_t Receive(void*, const MessageDescriptor* messages, uint32_t count) {
   Batch batch;
@@ -24,6 +25,7 @@ uint32_t Receive(void*, const MessageDescriptor* messages, uint32_t count) {
     if (one->payload != nullptr) batch.back().append(static_cast<const char*>(one->payload), one->msgLen);
   }
   g_batches.Add(std::move(batch));
+  if (g_queue != nullptr) WUX_QUE_AsyWrite(g_queue, "element", 1);
   return 1;
 }
 
@@ -195,6 +197,27 @@ TEST_F(Channel, StoppingIntakeHandsOverWhatHasArrived) {
   EXPECT_TRUE(StopChannelIntake(10s));
   EXPECT_THAT(Received(), ElementsAre("1:a", "2:b"));
   EXPECT_FALSE(busy.Confirmed()) << "what came too late must not look confirmed";
+}
+
+TEST_F(Channel, StoppingIntakeWaitsForANearlyFullQueueAndRefusesNothing) {
+  const QueueMonitor monitor{80, 20, loop.id, {}};
+  g_queue = WUX_QUE_CreateNew("full", 6, 1000, 8);
+  ASSERT_EQ(WUX_QUE_MonitorReg(g_queue, &monitor, [](uint32_t) { return 0u; }), 0u);
+  std::string frames;
+  for (int i = 0; i < 300; ++i) frames += Frame(1, std::string(160, 'x'));
+  std::list<Sender> senders;
+  while (senders.size() < 10) EXPECT_TRUE(senders.emplace_back(port).Send(frames));
+  std::jthread reader([](std::stop_token stop) {
+    for (uint64_t elements[512]; !stop.stop_requested();) {
+      if (WUX_QUE_AsyRead(g_queue, elements, 512) <= 0) std::this_thread::sleep_for(1ms);
+    }
+  });
+  EXPECT_TRUE(StopChannelIntake(20s));
+  EXPECT_EQ(Received().size(), 3'000u) << "more than the queue holds";
+  for (const QueueStatus& queue : Queues()) EXPECT_EQ(queue.refused, 0u) << queue.name;
+  reader.request_stop();
+  reader.join();
+  EXPECT_EQ(WUX_QUE_Destory(std::exchange(g_queue, nullptr)), 0u);
 }
 
 TEST_F(Channel, DestroyingWhileMessagesComeEndsAllCallbacksAndFreesThePort) {

@@ -26,8 +26,9 @@ constexpr size_t kMacLength = 6;
 
 /// What was wrong with a message; empty when nothing was.
 struct Reason {
-  char text[128] = "";
+  char text[128];
 
+  Reason() { text[0] = '\0'; }
   __attribute__((format(printf, 2, 3))) void Set(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

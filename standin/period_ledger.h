@@ -1,4 +1,5 @@
-// What the rows of the period table have to account for: kept from the records unpacked, beside the module's own counts.
+// What the rows of the period table have to account for: kept from the records unpacked, beside the module's own
+// counts.
 #pragma once
 
 #include <array>
@@ -12,10 +13,7 @@ namespace tarq::standin {
 /// was in no row yet. Worker thread, but for the counts.
 class PeriodLedger {
  public:
-  static PeriodLedger& Get() {
-    static PeriodLedger ledger;
-    return ledger;
-  }
+  static PeriodLedger& Get();
 
   /// Records of one period were unpacked, in the order of calls.
   void AddUnpacked(uint32_t period, uint64_t records) {
@@ -44,5 +42,8 @@ class PeriodLedger {
   std::array<Slot, 64> slots_;
   std::atomic<uint64_t> forgotten_ = 0, inNoRow_ = 0;
 };
+
+inline constinit PeriodLedger g_periodLedger;
+inline PeriodLedger& PeriodLedger::Get() { return g_periodLedger; }
 
 }  // namespace tarq::standin

@@ -4,11 +4,6 @@
 
 namespace tarq {
 
-/// 1 when the record's SD-WAN group is present, else 0.
-TARQ_EXPORT uint32_t SAVRO_TARQ_FLOWHOP_IsSdwanInfoValid(const FlowHopEntry* entry) {
-  return entry->sdwanFlag == 1 && entry->sdwanPeerSiteId != 0 && entry->sdwanSrcTnpId != 0 && entry->sdwanDstTnpId != 0;
-}
-
 namespace {
 
 constexpr GpbFragment kFragment = {.container = 3, .largestBody = 164, .usualHeader = 4};
@@ -46,6 +41,11 @@ constexpr auto kStatistics = [](auto& run, const FlowHopEntry& entry) {
   kTimeStamp(run, entry);
 };
 
+/// Whether the record's SD-WAN group is present.
+bool HasSdwanInfo(const FlowHopEntry& entry) {
+  return entry.sdwanFlag == 1 && entry.sdwanPeerSiteId != 0 && entry.sdwanSrcTnpId != 0 && entry.sdwanDstTnpId != 0;
+}
+
 constexpr auto kSdwanInfo = [](auto& run, const FlowHopEntry& entry) {
   run.Integer(24, entry.sdwanPeerSiteId);
   run.Integer(25, entry.sdwanSrcTnpId);
@@ -55,10 +55,13 @@ constexpr auto kSdwanInfo = [](auto& run, const FlowHopEntry& entry) {
 constexpr auto kData = [](auto& run, const FlowHopEntry& entry) {
   kFlowInfo(run, entry);
   kStatistics(run, entry);
-  if (SAVRO_TARQ_FLOWHOP_IsSdwanInfoValid(&entry) == 1) kSdwanInfo(run, entry);
+  if (HasSdwanInfo(entry)) kSdwanInfo(run, entry);
 };
 
 }  // namespace
+
+/// 1 or 0.
+TARQ_EXPORT uint32_t SAVRO_TARQ_FLOWHOP_IsSdwanInfoValid(const FlowHopEntry* entry) { return HasSdwanInfo(*entry); }
 
 // clang-format off
 TARQ_EXPORT int32_t SAVRO_TARQ_FLOWHOP_GPB_EncodeFlowInfo     (const FlowHopEntry* entry, uint8_t* out, uint32_t room) { return EncodeGpbFields(kFlowInfo,      entry, out, room); }

@@ -45,26 +45,34 @@ TARQ_INLINE int32_t WrapInPlace(const GpbFragment& kind, uint8_t* out, const uin
   return static_cast<int32_t>(header + body);
 }
 
-/// Encodes the record's `fields`. Where there is ample room they are written in place; near the buffer's end, or when a
-/// text is long, they go through the scratch areas and the primitives, which find and log what does not fit.
+/// Wraps a body through the scratch areas and the primitives, which find and log what does not fit. `body` is the
+/// length of what lies in the first area; where it is negative, the fields are written there with checks.
 template <class Fields, class Entry>
-int32_t EncodeGpbFragment(const GpbFragment& kind, Fields fields, GpbScratch& scratch, const Entry* entry, uint8_t* out,
-                          uint32_t room) {
-  if (out == nullptr || room == 0) return kEncodeNoRoom;
-  constexpr uint32_t kSignedRooms = 0x7FFFFFFF;  // the primitives know no larger ones
-  const bool inPlace = room >= kind.usualHeader + kind.largestBody + kPutSlack && room <= kSignedRooms;
-  uint8_t* const start = inPlace ? out + kind.usualHeader : scratch.body;
-  UncheckedGpb run(start);
-  fields(run, *entry);
-  if (inPlace && !run.failed()) return WrapInPlace(kind, out, run.end());
-
-  const auto body = run.failed() ? EncodeGpbFields(fields, entry, scratch.body, sizeof(scratch.body))
-                                 : static_cast<int32_t>(run.end() - start);
+[[gnu::noinline]] int32_t WrapByParts(const GpbFragment& kind, Fields fields, GpbScratch& scratch, const Entry* entry,
+                                      int32_t body, uint8_t* out, uint32_t room) {
+  if (body < 0) body = EncodeGpbFields(fields, entry, scratch.body, sizeof(scratch.body));
   if (body < 0) return body;
   const int32_t wrapped =
       SAVRO_TARQ_GPB_EncodeLengthDelimited(1, scratch.body, body, scratch.entry, sizeof(scratch.entry));
   if (wrapped < 0) return wrapped;
   return SAVRO_TARQ_GPB_EncodeLengthDelimited(kind.container, scratch.entry, wrapped, out, room);
+}
+
+/// Encodes the record's `fields`: in place where there is ample room; near the buffer's end, or when a text is long, by
+/// parts.
+template <class Fields, class Entry>
+int32_t EncodeGpbFragment(const GpbFragment& kind, Fields fields, GpbScratch& scratch, const Entry* entry, uint8_t* out,
+                          uint32_t room) {
+  if (out == nullptr || room == 0) return kEncodeNoRoom;
+  constexpr uint32_t kLargestRoom = 0x7FFFFFFF;  // the primitives know no larger ones
+  const uint32_t ample = kind.usualHeader + kind.largestBody + kPutSlack;
+  const bool inPlace = room - ample <= kLargestRoom - ample;  // from `ample` to the largest
+  uint8_t* const start = inPlace ? out + kind.usualHeader : scratch.body;
+  UncheckedGpb run(start);
+  fields(run, *entry);
+  if (inPlace && !run.failed()) return WrapInPlace(kind, out, run.end());
+  const auto body = run.failed() ? -1 : static_cast<int32_t>(run.end() - start);
+  return WrapByParts(kind, fields, scratch, entry, body, out, room);
 }
 
 }  // namespace tarq

@@ -96,8 +96,7 @@ class UncheckedJson {
   template <const auto& kText, class... Values>
   TARQ_INLINE void Format(JsonTemplate<kText>, const Values&... values) {
     static_assert(JsonTemplate<kText>::template Takes<std::decay_t<Values>...>());
-    [&]<size_t... kIndex>(std::index_sequence<kIndex...>) { ((Literal<kText, kIndex>(), Put(values)), ...); }
-    (std::index_sequence_for<Values...>());
+    Put<kText>(std::index_sequence_for<Values...>(), values...);
     Literal<kText, sizeof...(Values)>();
   }
   template <size_t N>
@@ -117,6 +116,11 @@ class UncheckedJson {
     constexpr JsonPiece kPiece = JsonTemplate<kText>::kPieces[kIndex];
     memcpy(out_, kText + kPiece.begin, kPiece.size);
     out_ += kPiece.size;
+  }
+
+  template <const auto& kText, size_t... kIndex, class... Values>
+  TARQ_INLINE void Put(std::index_sequence<kIndex...>, const Values&... values) {
+    ((Literal<kText, kIndex>(), Put(values)), ...);
   }
 
   template <class Number>

@@ -31,7 +31,7 @@ constexpr auto kAppInfo = [](auto& run, const NativeIpEntry& entry) {
   if (entry.appName != nullptr) run.Format(JsonTemplate<kAppTemplate>(), entry.appId, entry.appName);
 };
 
-constexpr auto kFragment = [](auto& run, const NativeIpEntry& entry) {
+constexpr auto kFragment = [](auto& run, const NativeIpEntry& entry) __attribute__((always_inline)) {
   run.Text("{");
   kIp(run, entry);
   run.Format(JsonTemplate<kTemplate>(), entry.sourcePort, entry.destinationPort, entry.protocol, entry.ifName,

@@ -48,42 +48,55 @@ inline constexpr auto kByteTexts = [] {
   return all;
 }();
 
+inline constexpr auto kPairs = [] {
+  std::array<char[2], 100> all{};
+  for (uint32_t value = 0; value < all.size(); ++value) {
+    all[value][0] = static_cast<char>('0' + value / 10);
+    all[value][1] = static_cast<char>('0' + value % 10);
+  }
+  return all;
+}();
+
 inline constexpr uint32_t kTenTo4 = 10'000;
 inline constexpr uint32_t kTenTo8 = 100'000'000;
-inline constexpr uint64_t kTenTo16 = uint64_t{kTenTo8} * kTenTo8;
-inline constexpr uint64_t kZeros = 0x3030303030303030;
 
-/// The eight decimal digits of a number below 10^8 as bytes 0 to 9, the most significant in the lowest byte. Each step
-/// splits all parts at once: into two of four digits, four of two, eight of one.
-TARQ_INLINE uint64_t EightDigits(uint32_t value) {
-  const uint64_t fours = value / kTenTo4 | uint64_t{value % kTenTo4} << 32;
-  const uint64_t hundreds = fours * 10486 >> 20 & 0x0000007F0000007F;  // 10486 / 2^20 is 1/100 for up to four digits
-  const uint64_t twos = ((fours - 100 * hundreds) << 16) + hundreds;
-  const uint64_t tens = twos * 103 >> 10 & 0x000F000F000F000F;  // 103 / 2^10 is 1/10 for up to two digits
-  return ((twos - 10 * tens) << 8) + tens;
-}
-
-TARQ_INLINE char* PutEightDigits(char* out, uint32_t value) {
-  Store(out, EightDigits(value) | kZeros);
-  return out + 8;
-}
-
+/// For a number below 256.
 TARQ_INLINE char* PutByte(char* out, uint32_t value) {
   Store(out, Load<uint32_t>(kByteTexts[value].text));
   return out + kByteTexts[value].digits;
 }
 
-/// For a number below 10^8.
+/// For a number below 100, with a leading zero.
+TARQ_INLINE char* PutTwoDigits(char* out, uint32_t value) {
+  Store(out, Load<uint16_t>(kPairs[value]));
+  return out + 2;
+}
+
+/// For a number below 10^4, with leading zeros.
+TARQ_INLINE char* PutFourDigits(char* out, uint32_t value) {
+  return PutTwoDigits(PutTwoDigits(out, value / 100), value % 100);
+}
+
+/// For a number below 10^8, with leading zeros.
+TARQ_INLINE char* PutEightDigits(char* out, uint32_t value) {
+  return PutFourDigits(PutFourDigits(out, value / kTenTo4), value % kTenTo4);
+}
+
+TARQ_INLINE char* PutUpToFourDigits(char* out, uint32_t value) {
+  return value < 256 ? PutByte(out, value) : PutTwoDigits(PutByte(out, value / 100), value % 100);
+}
+
 TARQ_INLINE char* PutUpToEightDigits(char* out, uint32_t value) {
-  if (value < 256) return PutByte(out, value);
-  const uint64_t digits = EightDigits(value);
-  const int leadingZeros = std::countr_zero(digits) & ~7;  // in bits
-  Store(out, (digits | kZeros) >> leadingZeros);
-  return out + 8 - leadingZeros / 8;
+  if (value < kTenTo4) return PutUpToFourDigits(out, value);
+  return PutFourDigits(PutUpToFourDigits(out, value / kTenTo4), value % kTenTo4);
 }
 
 TARQ_INLINE char* PutDecimal(char* out, uint8_t value) { return PutByte(out, value); }
-TARQ_INLINE char* PutDecimal(char* out, uint16_t value) { return PutUpToEightDigits(out, value); }
+
+TARQ_INLINE char* PutDecimal(char* out, uint16_t value) {
+  if (value < kTenTo4) return PutUpToFourDigits(out, value);
+  return PutFourDigits(PutByte(out, value / kTenTo4), value % kTenTo4);
+}
 
 TARQ_INLINE char* PutDecimal(char* out, uint32_t value) {
   if (value < kTenTo8) return PutUpToEightDigits(out, value);
@@ -95,7 +108,7 @@ TARQ_INLINE char* PutDecimal(char* out, uint64_t value) {
   const auto low = static_cast<uint32_t>(value % kTenTo8);
   value /= kTenTo8;
   if (value < kTenTo8) return PutEightDigits(PutUpToEightDigits(out, static_cast<uint32_t>(value)), low);
-  out = PutUpToEightDigits(out, static_cast<uint32_t>(value / kTenTo8));
+  out = PutUpToFourDigits(out, static_cast<uint32_t>(value / kTenTo8));
   return PutEightDigits(PutEightDigits(out, static_cast<uint32_t>(value % kTenTo8)), low);
 }
 
@@ -170,43 +183,56 @@ TARQ_INLINE char* PutField(char* out, const char (&field)[N]) {
 
 // ---- Varints ----
 
-/// Continuation bits of a varint of so many bytes.
-inline constexpr uint64_t kContinuation[] = {
-    0, 0, 0x80, 0x8080, 0x808080, 0x80808080, 0x8080808080, 0x808080808080, 0x80808080808080};
+// A varint has seven bits of the number in each byte, the lowest first; all bytes but the last have their top bit set.
 
-/// The lower 56 bits, seven to a byte.
+/// For a number below 2^14.
+TARQ_INLINE uint8_t* PutUpToTwoBytes(uint8_t* out, uint32_t value) {
+  if (value < 0x80) {
+    *out = static_cast<uint8_t>(value);
+    return out + 1;
+  }
+  Store(out, static_cast<uint16_t>((value & 0x7F) | 0x80 | (value & 0x3F80) << 1));
+  return out + 2;
+}
+
+/// For a number below 2^28.
+TARQ_INLINE uint8_t* PutUpToFourBytes(uint8_t* out, uint32_t value) {
+  if (value < 1 << 14) return PutUpToTwoBytes(out, value);
+  const uint32_t four = value >= 1 << 21;
+  value += (value & 0x0FFFC000) * 3;  // the upper half moves 2 bits up
+  value += value & 0x3F803F80;        // the upper half of each half 1 bit
+  Store(out, value | 0x8080 | four << 23);
+  return out + 3 + four;
+}
+
+/// The lower 56 bits of a number, seven to a byte.
 TARQ_INLINE uint64_t SevenToAByte(uint64_t value) {
   value += (value & 0x00FFFFFFF0000000) * 15;  // the upper half moves 4 bits up
-  value += (value & 0x0FFFC0000FFFC000) * 3;   // the upper half of each half 2 bits
+  value += (value & 0x0FFFC0000FFFC000) * 3;
   return value + (value & 0x3F803F803F803F80);
 }
 
-TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint64_t value) {
-  if (value < 0x80) {
-    *out = static_cast<uint8_t>(value);
-    return out + 1;
-  }
-  if (value >> 56 != 0) {  // nine or ten bytes
-    Store(out, SevenToAByte(value & 0x00FFFFFFFFFFFFFF) | 0x8080808080808080);
-    const uint64_t top = value >> 56;
-    Store(out + 8, static_cast<uint16_t>(top | (top & 0x80) << 1));
-    return out + 9 + (top >> 7);
-  }
-  const size_t bytes = (static_cast<size_t>(std::bit_width(value)) * 9 + 64) / 64;
-  Store(out, SevenToAByte(value) | kContinuation[bytes]);
-  return out + bytes;
+TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint16_t value) { return PutUpToFourBytes(out, value); }
+
+TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint32_t value) {
+  if (value < 1 << 28) return PutUpToFourBytes(out, value);
+  Store(out, SevenToAByte(value) | 0x80808080);
+  return out + 5;
 }
 
-TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint32_t value) { return PutVarint(out, uint64_t{value}); }
-
-TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint16_t value) {
-  if (value < 0x80) {
-    *out = static_cast<uint8_t>(value);
-    return out + 1;
+TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint64_t value) {
+  if (value < 1 << 28) return PutUpToFourBytes(out, static_cast<uint32_t>(value));
+  const uint64_t low = SevenToAByte(value & 0x00FFFFFFFFFFFFFF);
+  const uint64_t top = value >> 56;
+  if (top == 0) {
+    const int bits = 64 - std::countl_zero(low);  // the last byte's top bit is never among them
+    const int bytes = (bits + 7) / 8;
+    Store(out, low | 0x0080808080808080 >> (64 - 8 * bytes));
+    return out + bytes;
   }
-  const uint32_t three = value >> 14 != 0;
-  Store(out, (value & 0x7Fu) | (value & 0x3F80u) << 1 | (value & 0xC000u) << 2 | 0x80 | three << 15);
-  return out + 2 + three;
+  Store(out, low | 0x8080808080808080);
+  Store(out + 8, static_cast<uint16_t>(top | (top & 0x80) << 1));
+  return out + 9 + (top >> 7);
 }
 
 TARQ_INLINE uint8_t* PutVarint(uint8_t* out, uint8_t value) {

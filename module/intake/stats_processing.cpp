@@ -67,28 +67,43 @@ int32_t EncodeAtEnd(const Entry* entry, SampleBuffer* buffer, uint32_t codeType)
                                    : kKind.encodeGpb(entry, out, room);
 }
 
+/// What is left for a record that was not encoded: an emptied buffer, when it did not fit. The encoder's last result.
 template <const auto& kKind, class Entry>
-void AppendRecord(const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
-  int32_t length = EncodeAtEnd<kKind>(entry, buffer, codeType);
-  if (length == kEncodeNoRoom && buffer->dataLen != 0) {
+[[gnu::noinline]] int32_t EncodeAgain(int32_t result, const Entry* entry, SampleBuffer* buffer, uint32_t codeType) {
+  if (result == kEncodeNoRoom && buffer->dataLen != 0) {
     SAVRO_TARQ_TASK_UploadStatsData(kKind.msgId, buffer, codeType);
     buffer->recordCount = 0;
     buffer->dataLen = 0;
-    length = EncodeAtEnd<kKind>(entry, buffer, codeType);
+    result = EncodeAtEnd<kKind>(entry, buffer, codeType);
   }
-  if (length <= 0) {
-    TARQ_LOG(kLogFailure, "[%s:%d][STATS_EncodeStatsData] Stats data encode failed, ret: %d.", length);
-    return;
-  }
-  ++buffer->recordCount;
-  buffer->dataLen += static_cast<uint32_t>(length);
-  SAVRO_TARQ_UpdateReportPerfOutItemCnt(PeriodOf(entry), 1, static_cast<uint32_t>(length));
+  if (result <= 0) TARQ_LOG(kLogFailure, "[%s:%d][STATS_EncodeStatsData] Stats data encode failed, ret: %d.", result);
+  return result;
 }
 
-template <const auto& kKind, class Entry>
-void EncodeRecord(uint32_t kindEncodeType, const Entry* entry, SampleBuffer* json, SampleBuffer* gpb) {
-  if (WantsJson(kindEncodeType)) AppendRecord<kKind>(entry, json, kCodeTypeJson);
-  if (WantsGpb(kindEncodeType)) AppendRecord<kKind>(entry, gpb, kCodeTypeGpb);
+/// Appends the record and calls `countOut` with its length, or drops it.
+template <const auto& kKind, class Entry, class CountOut>
+[[gnu::always_inline]] inline void AppendRecord(const Entry* entry, SampleBuffer* buffer, uint32_t codeType,
+                                                CountOut countOut) {
+  int32_t length = EncodeAtEnd<kKind>(entry, buffer, codeType);
+  if (length <= 0) [[unlikely]]
+    length = EncodeAgain<kKind>(length, entry, buffer, codeType);
+  if (length <= 0) return;
+  ++buffer->recordCount;
+  buffer->dataLen += static_cast<uint32_t>(length);
+  countOut(static_cast<uint32_t>(length));
+}
+
+template <const auto& kKind, class Entry, class CountOut>
+[[gnu::always_inline]] inline void EncodeRecord(uint32_t kindEncodeType, const Entry* entry, SampleBuffer* json,
+                                                SampleBuffer* gpb, CountOut countOut) {
+  if (WantsJson(kindEncodeType)) AppendRecord<kKind>(entry, json, kCodeTypeJson, countOut);
+  if (WantsGpb(kindEncodeType)) AppendRecord<kKind>(entry, gpb, kCodeTypeGpb, countOut);
+}
+
+/// Counts a record out that is not part of a message in hand.
+template <class Entry>
+auto CountOutOf(const Entry* entry) {
+  return [entry](uint32_t length) { SAVRO_TARQ_UpdateReportPerfOutItemCnt(PeriodOf(entry), 1, length); };
 }
 
 template <const auto& kKind>
@@ -98,10 +113,11 @@ uint32_t ProcessMessage(uint32_t kindEncodeType, const StatsMessage* message, Sa
   kKind.unpack(message->payload(), message->msgLen, &list);
   const auto* entries = reinterpret_cast<const Entry*>(list.words[kKind.arrayWord]);
   const uint32_t count = entries == nullptr ? 0 : static_cast<uint32_t>(list.words[kKind.countWord]);
+  MessagePerf perf;
   for (uint32_t i = 0; i < count; ++i) {
     const Entry* entry = &entries[i];
-    SAVRO_TARQ_UpdateReportPerfInWuxItermCnt(PeriodOf(entry), 1, sizeof(Entry));
-    EncodeRecord<kKind>(kindEncodeType, entry, json, gpb);
+    perf.CountIn(PeriodOf(entry), sizeof(Entry));
+    EncodeRecord<kKind>(kindEncodeType, entry, json, gpb, [&perf](uint32_t length) { perf.CountOut(length); });
   }
   kKind.free(&list);
   return count;
@@ -114,13 +130,13 @@ uint32_t SAVRO_NTVTARQ_STATS_StatsMsgProc     (uint32_t type, const StatsMessage
 uint32_t SAVRO_TARQ_FLOW_STATS_StatsMsgProc   (uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage<kFlow>    (type, m, gpb, json); }
 uint32_t SAVRO_TARQ_FLOWHOP_STATS_StatsMsgProc(uint32_t type, const StatsMessage* m, SampleBuffer* gpb, SampleBuffer* json) { return ProcessMessage<kFlowHop> (type, m, gpb, json); }
 
-void SAVRO_NTVTARQ_STATS_Encode     (uint32_t type, const NativeIpEntry* e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kNativeIp>(type, e, json, gpb); }
-void SAVRO_TARQ_FLOW_STATS_Encode   (uint32_t type, const FlowEntry*     e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kFlow>    (type, e, json, gpb); }
-void SAVRO_TARQ_FLOWHOP_STATS_Encode(uint32_t type, const FlowHopEntry*  e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kFlowHop> (type, e, json, gpb); }
+void SAVRO_NTVTARQ_STATS_Encode     (uint32_t type, const NativeIpEntry* e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kNativeIp>(type, e, json, gpb, CountOutOf(e)); }
+void SAVRO_TARQ_FLOW_STATS_Encode   (uint32_t type, const FlowEntry*     e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kFlow>    (type, e, json, gpb, CountOutOf(e)); }
+void SAVRO_TARQ_FLOWHOP_STATS_Encode(uint32_t type, const FlowHopEntry*  e, SampleBuffer* json, SampleBuffer* gpb) { EncodeRecord<kFlowHop> (type, e, json, gpb, CountOutOf(e)); }
 
-void SAVRO_NTVTARQ_STATS_EncodeStatsData     (const NativeIpEntry* e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kNativeIp>(e, buffer, codeType); }
-void SAVRO_TARQ_FLOW_STATS_EncodeStatsData   (const FlowEntry*     e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kFlow>    (e, buffer, codeType); }
-void SAVRO_TARQ_FLOWHOP_STATS_EncodeStatsData(const FlowHopEntry*  e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kFlowHop> (e, buffer, codeType); }
+void SAVRO_NTVTARQ_STATS_EncodeStatsData     (const NativeIpEntry* e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kNativeIp>(e, buffer, codeType, CountOutOf(e)); }
+void SAVRO_TARQ_FLOW_STATS_EncodeStatsData   (const FlowEntry*     e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kFlow>    (e, buffer, codeType, CountOutOf(e)); }
+void SAVRO_TARQ_FLOWHOP_STATS_EncodeStatsData(const FlowHopEntry*  e, SampleBuffer* buffer, uint32_t codeType) { AppendRecord<kFlowHop> (e, buffer, codeType, CountOutOf(e)); }
 // clang-format on
 
 }  // namespace tarq

@@ -74,6 +74,8 @@ void SAVRO_TARQ_UpdateReportPerfPeriodIndex(uint32_t period) {
   SAVRO_TARQ_SetReportPerfTimestamps(&record.start_time_s, &record.start_time_ms);
 }
 
+void MessagePerf::TakeUp(uint32_t period) { record_ = CountingSlot(period); }
+
 void SAVRO_TARQ_UpdateReportPerfInWuxItermCnt(uint32_t period, uint32_t items, uint32_t bytes) {
   ReportPerfRecord* record = CountingSlot(period);
   if (record == nullptr) return;

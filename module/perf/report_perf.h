@@ -32,6 +32,28 @@ TARQ_EXPORT void SAVRO_TARQ_UpdateReportPerfPeriodIndex(uint32_t period);
 TARQ_EXPORT void SAVRO_TARQ_UpdateReportPerfInWuxItermCnt(uint32_t period, uint32_t items, uint32_t bytes);
 TARQ_EXPORT void SAVRO_TARQ_UpdateReportPerfOutItemCnt(uint32_t period, uint32_t items, uint32_t bytes);
 
+/// Counts the records of one message, whose periods seldom change. Each counts as the two functions above do.
+class MessagePerf {
+ public:
+  void CountIn(uint32_t period, uint32_t bytes) {
+    if (record_ == nullptr || record_->period_index != period) TakeUp(period);
+    if (record_ == nullptr) return;
+    ++record_->in_wux_item_count;
+    record_->in_wux_item_byte_count += bytes;
+  }
+  /// For the period that was counted in last.
+  void CountOut(uint32_t bytes) {
+    if (record_ == nullptr) return;
+    ++record_->out_item_count;
+    record_->out_item_byte_count += bytes;
+  }
+
+ private:
+  void TakeUp(uint32_t period);
+
+  ReportPerfRecord* record_ = nullptr;  ///< in the ring, marked changed; null without one
+};
+
 /// Saves every slot that changed since it was last saved. One that cannot be saved is logged and waits for its next
 /// change.
 TARQ_EXPORT void SAVRO_TARQ_UpdateReportPerfToDb();

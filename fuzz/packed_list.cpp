@@ -43,12 +43,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const auto* const entries = reinterpret_cast<const uint8_t*>(list.words[1]);
   const size_t count = list.words[kind.countWord];
   Check(ret == 0 || count == 0, "a refused list has no entries");
-  const uint8_t* const packedEntries = packed.data() + sizeof(wire::ListHeader);
   for (size_t at = 0; at < count * kind.entrySize; at += kind.entrySize) {
+    const uint8_t* const packedEntry = &packed[sizeof(wire::ListHeader) + at];
     if (kind.countWord == 2) {
-      CheckEntry(*reinterpret_cast<const NativeIpEntry*>(entries + at), packedEntries + at, packed.data());
+      CheckEntry(*reinterpret_cast<const NativeIpEntry*>(entries + at), packedEntry, packed.data());
     } else {
-      Check(memcmp(entries + at, packedEntries + at, kind.entrySize) == 0, "an entry as it was packed");
+      Check(memcmp(entries + at, packedEntry, kind.entrySize) == 0, "an entry as it was packed");
     }
   }
   kind.free(&list);

@@ -15,6 +15,7 @@ FILENAME != "-" {
     printf "%s: %.1f instructions a record, the ceiling is %.1f\n", $1, $2, ceiling[$1]
     failed = 1
   }
+  if ($2 < 0.98 * ceiling[$1]) printf "%s: %.1f instructions a record: lower the ceiling of %.1f\n", $1, $2, ceiling[$1]
 }
 END {
   for (name in ceiling) {

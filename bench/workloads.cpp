@@ -100,6 +100,10 @@ void AddEncoders(const Kind<Entry>& kind, std::vector<Workload>& workloads) {
 
 // ---- The way of a message ----
 
+/// The path whose tasks the module has, and these tasks.
+const void* g_subscribed = nullptr;
+std::vector<std::pair<DelTaskCallback, uint32_t>> g_tasks;
+
 /// Takes the kind's records in messages of so many, with so many tasks in each of the encodings.
 template <class Entry>
 class Path {
@@ -132,22 +136,20 @@ class Path {
   /// Makes this path's tasks the only ones, unless they are.
   void Subscribe() {
     if (g_subscribed == this) return;
-    static std::vector<std::pair<DelTaskCallback, uint32_t>> subscribed;
-    for (const auto& [remove, taskId] : subscribed) remove(0, taskId);
-    subscribed.clear();
+    for (const auto& [remove, taskId] : g_tasks) remove(0, taskId);
+    g_tasks.clear();
     for (const CodeType encoding : encodings_) {
       for (uint32_t task = 0; task < tasks_; ++task) {
         TaskDescription description{.codeType = encoding, .sampleIntervalMs = 10'000, .opaque = {}};
-        const auto taskId = static_cast<uint32_t>(subscribed.size());
+        const auto taskId = static_cast<uint32_t>(g_tasks.size());
         kind_.addTask(0, taskId, &description);
-        subscribed.emplace_back(kind_.delTask, taskId);
+        g_tasks.emplace_back(kind_.delTask, taskId);
         ThePlatform().RunWorker();
       }
     }
     g_subscribed = this;
   }
 
-  static inline const void* g_subscribed = nullptr;
   const Kind<Entry>& kind_;
   std::vector<CodeType> encodings_;
   uint32_t tasks_;

@@ -43,10 +43,10 @@ TARQ_EXPORT int32_t SAVRO_TARQ_FLOW_JSON_CheckEncodePara(const FlowEntry* entry,
 int32_t SAVRO_TARQ_FLOW_JSON_EncodeMsg(const FlowEntry* entry, char* out, uint32_t room) {
   const int32_t ret = SAVRO_TARQ_FLOW_JSON_CheckEncodePara(entry, out, room);
   if (ret != 0) return ret;
-  if (entry->addressFamily > 1) return kEncodeFailed;
-  const IpValue source{entry->addressFamily, entry->source}, destination{entry->addressFamily, entry->destination};
   UncheckedJson run(out);
   run.Text("{");
+  if (entry->addressFamily > 1) return kEncodeFailed;
+  const IpValue source{entry->addressFamily, entry->source}, destination{entry->addressFamily, entry->destination};
   run.Format(JsonTemplate<kTemplate>(), entry->flowId, entry->direction, entry->addressFamily, source,
              entry->sourceMask, destination, entry->destinationMask, entry->sourcePort, entry->destinationPort,
              entry->protocol, entry->vpnName, entry->ifIndex, entry->ifName, entry->errorInfo, entry->errorInfoExt,

@@ -13,7 +13,7 @@ namespace tarq {
 struct GpbFragment {
   uint32_t container;    ///< field of the top-level message, at most 15
   uint32_t largestBody;  ///< bytes that `UncheckedGpb` may write for one record
-  uint32_t usualHeader;  ///< bytes before most bodies: 4 up to a body of 125 bytes, 6 from 126 bytes on
+  uint32_t usualHeader;  ///< bytes before most bodies: 4 up to a body of 125 bytes, 6 from 128 bytes on
 };
 
 /// Where a kind's record body and its wrapped list entry lie when they cannot be written in place.
@@ -66,7 +66,7 @@ int32_t EncodeGpbFragment(const GpbFragment& kind, Fields fields, GpbScratch& sc
   if (out == nullptr || room == 0) return kEncodeNoRoom;
   constexpr uint32_t kLargestRoom = 0x7FFFFFFF;  // the primitives know no larger ones
   const uint32_t ample = kind.usualHeader + kind.largestBody + kPutSlack;
-  const bool inPlace = room - ample <= kLargestRoom - ample;  // from `ample` to the largest
+  const bool inPlace = room >= ample && room <= kLargestRoom;
   uint8_t* const start = inPlace ? out + kind.usualHeader : scratch.body;
   UncheckedGpb run(start);
   fields(run, *entry);

@@ -260,6 +260,22 @@ TEST_P(CycleOfEachKind, WhatCannotBeEncodedUnpackedOrUploadedIsDroppedAlone) {
   EXPECT_EQ(platform.buffers.size(), 8u) << "task, period ring, six sample buffers";
 }
 
+TEST_P(CycleOfEachKind, RecordsOfOneMessageAreCountedUnderTheirOwnPeriods) {
+  const KindCase& kind = GetParam();
+  Add(kind, 7, 1, Description(kCodeTypeGpb));
+  Add(kind, 7, 2, Description(kCodeTypeJson));
+  std::string records;
+  for (const uint32_t period : {5u, 70u, 5u, 69u, 5u}) records += Records(kind, 1, period);  // 5 and 69 share a slot
+  platform.Deliver({Message(kind.msgId, records)});
+  platform.Tick(3);
+  EXPECT_EQ(platform.rows[6].period_index, 70u);
+  EXPECT_EQ(platform.rows[6].in_wux_item_count, 1u);
+  EXPECT_EQ(platform.rows[6].out_item_count, 2u);
+  EXPECT_EQ(platform.rows[5].period_index, 5u);
+  EXPECT_EQ(platform.rows[5].in_wux_item_count, 1u) << "the slot was taken up anew, twice";
+  EXPECT_EQ(platform.rows[5].out_item_count, 2u);
+}
+
 TEST_F(StartedTest, AFailedClockStampsZeroAndAStrayMessageIsReleased) {
   Add(kKinds[1], 7, 1, Description(kCodeTypeGpb));
   const std::string flow = Records(kKinds[1], 1), odd = "no list";

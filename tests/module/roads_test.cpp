@@ -1,12 +1,12 @@
 // Every encoder against what it is made of: the exported GPB steps and primitives, and the exported JSON templates
 // filled by the C library. The same bytes, results and log lines come out in every room, and nothing is written behind
 // it.
-#include "encode/address_text.h"
 #include "encode/gpb.h"
 #include "encode/native_ip_direction.h"
 #include "frame/framework_binding.h"
 #include "support/platform_double.h"
 #include "support/random_records.h"
+#include "support/texts.h"
 
 namespace tarq {
 
@@ -14,17 +14,8 @@ TARQ_EXPORT int32_t SAVRO_TARQ_FLOW_GPB_EncodeData(const FlowEntry* entry, uint8
 TARQ_EXPORT int32_t SAVRO_TARQ_FLOWHOP_GPB_EncodeData(const FlowHopEntry* entry, uint8_t* out, uint32_t room);
 TARQ_EXPORT int32_t SAVRO_NTVTARQ_GPB_EncodeFlowNativeIpStatisticMsg(const NativeIpEntry* entry, uint8_t* out,
                                                                      uint32_t room);
-TARQ_EXPORT int32_t SAVRO_NTVTARQ_JSON_EncodeIp(const NativeIpEntry* entry, char* out, uint32_t room);
-TARQ_EXPORT int32_t SAVRO_NTVTARQ_JSON_EncodeMac(const NativeIpEntry* entry, char* out, uint32_t room);
-TARQ_EXPORT int32_t SAVRO_NTVTARQ_JSON_EncodeAppInfo(const NativeIpEntry* entry, char* out, uint32_t room);
-
 namespace test {
 namespace {
-
-template <size_t N>
-std::string TextOf(const char (&field)[N]) {
-  return std::string(field, strnlen(field, N));
-}
 
 struct Encoded {
   int32_t result;
@@ -70,19 +61,16 @@ std::string Printed(const char* format, Values... values) {
   return text;
 }
 
+/// Empty when the record cannot be encoded.
 std::string JsonByTemplate(const FlowEntry& e) {
-  char source[40], destination[40];
-  const auto convert = [&](const IpAddress& address, char* text) {
-    e.addressFamily == 0 ? SAVRO_TARQ_ConvertIpv4AddrToStr(address.words[0], text, 40)
-                         : SAVRO_TARQ_ConvertIpv6AddrToStr(address.words, text, 40);
-  };
-  convert(e.source, source), convert(e.destination, destination);
-  const std::string vpnName = TextOf(e.vpnName), ifName = TextOf(e.ifName);
+  if (e.addressFamily > 1) return "";
+  const std::string source = Ip(e, e.source), destination = Ip(e, e.destination), vpnName = TextOf(e.vpnName),
+                    ifName = TextOf(e.ifName);
   return "{" +
-         Printed(SAVRO_TARQ_FLOW_STATS_JSON_TEMPLATE, e.flowId, e.direction, e.addressFamily, source, e.sourceMask,
-                 destination, e.destinationMask, e.sourcePort, e.destinationPort, e.protocol, vpnName.c_str(),
-                 e.ifIndex, ifName.c_str(), e.errorInfo, e.errorInfoExt, e.interval, e.periodId, e.packetCount,
-                 e.byteCount, e.timestampSecond, e.timestampNanosecond, e.dscp, e.measureMode) +
+         Printed(SAVRO_TARQ_FLOW_STATS_JSON_TEMPLATE, e.flowId, e.direction, e.addressFamily, source.c_str(),
+                 e.sourceMask, destination.c_str(), e.destinationMask, e.sourcePort, e.destinationPort, e.protocol,
+                 vpnName.c_str(), e.ifIndex, ifName.c_str(), e.errorInfo, e.errorInfoExt, e.interval, e.periodId,
+                 e.packetCount, e.byteCount, e.timestampSecond, e.timestampNanosecond, e.dscp, e.measureMode) +
          "},";
 }
 
@@ -95,18 +83,14 @@ std::string JsonByTemplate(const FlowHopEntry& e) {
 }
 
 std::string JsonByTemplate(const NativeIpEntry& e) {
-  const auto step = [&e](auto encode) {
-    std::string out(4096, '\0');
-    out.resize(static_cast<size_t>(encode(&e, out.data(), 4096)));
-    return out;
-  };
   std::string members =
-      step(SAVRO_NTVTARQ_JSON_EncodeIp) +
+      Printed(R"("source-ip":"%s","destination-ip":"%s",)", Ipv4(e.sourceIp).c_str(), Ipv4(e.destinationIp).c_str()) +
       Printed(SAVRO_NTVTARQ_STATS_JSON_TEMPLATE, e.sourcePort, e.destinationPort, e.protocol, e.ifName,
               SAVRO_NTVTARQ_ENCODE_GetDirection(e.rawDirection, e.directionKind), e.interval, e.periodId, e.packetCount,
               e.byteCount, e.timestampSecond, e.timestampNanosecond, e.discardedPacketCount, e.discardedByteCount,
-              e.discardReason, e.startTime, e.errorInfo, e.errorInfoExt, e.encapType) +
-      step(SAVRO_NTVTARQ_JSON_EncodeMac) + step(SAVRO_NTVTARQ_JSON_EncodeAppInfo);
+              e.discardReason, e.startTime, e.errorInfo, e.errorInfoExt, e.encapType);
+  if (e.clientMac) members += Printed(R"("client-mac":"%s",)", Mac(e.clientMac).c_str());
+  if (e.appName) members += Printed(R"("app-id":%u,"app-name":"%s",)", e.appId, e.appName);
   members.pop_back();
   return "{" + members + "},";
 }
@@ -124,7 +108,7 @@ class Roads : public ModuleTest {
   }
   void CompareJson(const typename Record::Entry& entry, uint32_t room) {
     const std::string text = JsonByTemplate(entry);
-    const bool fits = text.size() + 1 <= room;  // its terminator, too
+    const bool fits = text.size() + 1 <= room && !text.empty();  // its terminator, too
     const int32_t result = room < Record::kMinimumRoom ? -2 : fits ? static_cast<int32_t>(text.size()) : -1;
     const Encoded encoded = In(room, [&](char* out, uint32_t r) { return Record::kJson(&entry, out, r); });
     ASSERT_TRUE(encoded == (Encoded{result, result > 0 ? text : "", {}}))
@@ -138,7 +122,10 @@ TYPED_TEST_SUITE(Roads, Records);
 
 TYPED_TEST(Roads, LeadToTheSameFromEveryRecordInEveryRoom) {
   for (uint32_t how = 0; how < 3000 && !this->HasFatalFailure(); ++how) {
-    const TypeParam record(how);
+    TypeParam record(how);
+    if constexpr (std::is_same_v<TypeParam, RandomFlow>) {
+      if (how % 16 == 5) record.entry.addressFamily = 2 + how % 254;  // neither encoding has it
+    }
     for (uint32_t room = 0; how < 6 && room < 700; ++room) this->CompareGpb(record.entry, room);
     this->CompareGpb(record.entry, static_cast<uint32_t>(g_random() % 700));
     this->CompareGpb(record.entry, 30720);
@@ -153,7 +140,7 @@ TEST_F(RoadsOfNativeIp, LeadToTheSameFromLongTexts) {
   for (const size_t length : {127, 128, 338, 339, 340, 341, 342, 700, 839, 840, 841, 842, 843, 1020, 1030, 1500}) {
     for (uint32_t how = 1; how < 60 && !HasFatalFailure(); ++how) {
       RandomNativeIp record(how);
-      record.ifName.assign(how % 2 ? g_random() % (length + 1) : length, 'i');
+      record.ifName.assign(how == 1 ? length / 2 : how % 2 ? g_random() % (length + 1) : length, 'i');
       record.appName.assign(length - record.ifName.size(), 'p');
       record.Point(how);
       const uint32_t size = static_cast<uint32_t>(JsonByTemplate(record.entry).size());
@@ -162,6 +149,7 @@ TEST_F(RoadsOfNativeIp, LeadToTheSameFromLongTexts) {
         CompareGpb(record.entry, room);
         CompareJson(record.entry, room);
       }
+      for (uint32_t room = 440; how == 1 && room < 580; ++room) CompareGpb(record.entry, room);
     }
   }
 }

@@ -7,30 +7,11 @@
 #include <string>
 
 #include "encode/native_ip_direction.h"
-#include "platform/message.h"
+#include "support/texts.h"
 
 namespace tarq::test {
 
 using Members = nlohmann::ordered_json;
-
-/// A text field's value, with or without a terminator.
-template <size_t N>
-std::string TextOf(const char (&field)[N]) {
-  return std::string(field, strnlen(field, N));
-}
-
-inline std::string Ipv4(uint32_t a) {
-  return std::to_string(a >> 24) + "." + std::to_string(a >> 16 & 255) + "." + std::to_string(a >> 8 & 255) + "." +
-         std::to_string(a & 255);
-}
-inline std::string Ip(const FlowEntry& e, const IpAddress& address) {
-  if (e.addressFamily == 0) return Ipv4(address.words[0]);
-  char text[40];
-  const uint32_t* w = address.words;
-  snprintf(text, sizeof(text), "%x:%x:%x:%x:%x:%x:%x:%x", w[0] >> 16, w[0] & 0xFFFF, w[1] >> 16, w[1] & 0xFFFF,
-           w[2] >> 16, w[2] & 0xFFFF, w[3] >> 16, w[3] & 0xFFFF);
-  return text;
-}
 
 /// Whether GPB carries the SD-WAN group.
 inline bool HasSdwan(const FlowHopEntry& e) {
@@ -71,12 +52,7 @@ inline Members Expected(const NativeIpEntry& e) {
       {"discarded-byte-count", e.discardedByteCount}, {"discard-reason", e.discardReason},
       {"start-time", e.startTime}, {"error-info", e.errorInfo}, {"error-info-ext", e.errorInfoExt},
       {"encap-type", e.encapType}};
-  char text[15];
-  const uint8_t* mac = e.clientMac;
-  if (mac) {
-    snprintf(text, sizeof(text), "%02X%02X-%02X%02X-%02X%02X", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    m["client-mac"] = text;
-  }
+  if (e.clientMac) m["client-mac"] = Mac(e.clientMac);
   if (e.appName) m["app-id"] = e.appId, m["app-name"] = e.appName;
   return m;
 }

@@ -14,9 +14,9 @@
 
 namespace tarq::host {
 
-/// Default bound of a subscription's queue in bytes: room for about 1000 full samples. A collection cycle hands three
-/// seconds of records over at once, 42 MB of JSON at 92,000 records per second, while its reader takes them.
-inline constexpr size_t kDefaultQueueBytes = 32u << 20;
+/// Default bound of a subscription's queue in bytes: room for about 260 full samples, so that a burst can wait for its
+/// reader.
+inline constexpr size_t kDefaultQueueBytes = 8u << 20;
 /// Smallest and largest bound that can be asked for; the smallest holds one full sample at least.
 inline constexpr size_t kMinQueueBytes = 64u << 10;
 inline constexpr size_t kMaxQueueBytes = 1u << 30;

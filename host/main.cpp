@@ -1,12 +1,10 @@
 // tarq-host: loads the module, keeps its subscriptions and delivers their samples.
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <malloc.h>
 #include <spdlog/spdlog.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <exception>
 #include <functional>
@@ -32,13 +30,6 @@ bool KeepStandardStreams() {
     if (fcntl(fd, F_GETFD) < 0) open("/dev/null", O_RDWR);
   }
   return hasOutput;
-}
-
-/// Keeps memory for the next cycle, which needs as much of it three seconds later, and all threads use the same: what
-/// the host takes then stays as it is.
-void KeepMemory() {
-  mallopt(M_TRIM_THRESHOLD, INT_MAX);
-  mallopt(M_ARENA_MAX, 1);
 }
 
 /// Returns the exit code: never 0 when what was asked for could not be said.
@@ -81,7 +72,6 @@ int Run(const Options& options) {
 }
 
 int Main(int argc, char** argv) {
-  KeepMemory();
   bool hasOutput = KeepStandardStreams();
   auto parsed = ParseOptions(argc, argv);
   if (auto* exit = std::get_if<EarlyExit>(&parsed)) return Say(*exit);

@@ -9,7 +9,6 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
 #include "standin/crossings.h"
 #include "standin/log.h"
@@ -115,9 +114,7 @@ uint32_t Upload(uint32_t, const SampleBuffer* sample) {
   TheFramework().delivery.CountUpload(sample->recordCount);
   if (sample->dataLen > kSampleDataCapacity) return RefuseUpload(*sample, "it exceeds a sample's capacity");
   try {
-    const bool accepted = TheFramework().delivery.Accept(CopyOf(*sample));
-    std::this_thread::yield();  // a cycle uploads three seconds of records: who takes them goes first
-    return accepted ? 0 : 1;
+    return TheFramework().delivery.Accept(CopyOf(*sample)) ? 0 : 1;
   } catch (const std::exception& error) {  // no memory or no thread
     return RefuseUpload(*sample, error.what());
   }

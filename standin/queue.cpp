@@ -1,6 +1,10 @@
 #include "platform/queue.h"
 
+#include <sys/timerfd.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -16,6 +20,9 @@ namespace tarq::standin {
 namespace {
 
 constexpr size_t kMaxQueueBytes = size_t{1} << 30;  ///< a queue's elements together
+
+/// How long a reader that writes to its own queue waits for its next turn.
+constexpr std::chrono::milliseconds kPause{5};
 
 /// A queue's figures, which outlive it.
 struct Figures {
@@ -42,6 +49,8 @@ class Queue : public std::enable_shared_from_this<Queue> {
 
  private:
   void Serve(void* handle, uint32_t (*onReadable)(void*));
+  void Pause();
+  void GoOn();
   void CountUnread(bool taken);
   void CountCrossings();
   void DeliverCrossings(uint32_t (*onEvent)(uint32_t));
@@ -56,9 +65,12 @@ class Queue : public std::enable_shared_from_this<Queue> {
   bool closed_ = false;
   bool taken_ = false;             ///< the last read took an element
   uint64_t unpackingsAtRead_ = 0;  ///< by the reading thread
-  Signal readable_;                ///< raised while the queue holds elements
-  Signal crossed_;                 ///< raised while crossings wait for the monitor
+  Signal readable_;                ///< raised while the queue holds elements and no pause is on
+  FileDescriptor pauseTimer_{timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)};
+  bool paused_ = false;
+  Signal crossed_;  ///< raised while crossings wait for the monitor
   Source reader_;
+  Source pauseEnd_;
   Source monitor_;
   std::shared_ptr<EventLoop> loop_;  ///< the monitor's, held while the queue is above
   QueueMonitor thresholds_{};
@@ -79,12 +91,16 @@ bool Queue::Read(void* handle, const std::shared_ptr<EventLoop>& loop, uint32_t 
     const auto queue = weak.lock();
     if (queue != nullptr && queue->depth() > 0) queue->Serve(handle, onReadable);
   });
-  return static_cast<bool>(reader_);
+  pauseEnd_ = loop->Add(pauseTimer_.get(), [weak = weak_from_this()] {
+    if (const auto queue = weak.lock()) queue->GoOn();
+  });
+  return reader_ && pauseEnd_;
 }
 
 void Queue::Serve(void* handle, uint32_t (*onReadable)(void*)) {
   using std::chrono::steady_clock;
   const auto start = steady_clock::now();
+  const uint64_t ownWrites = status_.ownWrites;  // changed by this thread alone
   Served() = this;
   onReadable(handle);
   Served() = nullptr;
@@ -93,6 +109,24 @@ void Queue::Serve(void* handle, uint32_t (*onReadable)(void*)) {
   ++status_.callbacks;
   status_.callbackTime += passed;
   status_.longestCallback = std::max(status_.longestCallback, passed);
+  if (status_.ownWrites != ownWrites) Pause();
+}
+
+/// A reader that gives itself more work has its next turn after a pause. A collection cycle does so while messages
+/// wait: what it has uploaded is delivered meanwhile, instead of three seconds of samples waiting in memory.
+void Queue::Pause() {
+  const itimerspec time{.it_interval = {}, .it_value = {0, std::chrono::nanoseconds(kPause).count()}};
+  if (timerfd_settime(pauseTimer_.get(), 0, &time, nullptr) != 0) return;
+  paused_ = true;
+  readable_.Clear();
+}
+
+void Queue::GoOn() {
+  uint64_t expirations;
+  if (read(pauseTimer_.get(), &expirations, sizeof expirations) < 0) return;
+  std::lock_guard lock(mutex_);
+  paused_ = false;
+  if (status_.depth > 0) readable_.Raise();
 }
 
 bool Queue::Monitor(const QueueMonitor& monitor, const std::shared_ptr<EventLoop>& loop,
@@ -114,7 +148,7 @@ uint32_t Queue::Write(const void* elements, uint32_t count) {
   const auto* from = static_cast<const uint8_t*>(elements);
   for (uint32_t i = 0; i < added; ++i, from += elementSize_)
     std::memcpy(Slot(head_ + status_.depth++), from, elementSize_);
-  if (added > 0 && status_.depth == added) readable_.Raise();
+  if (added > 0 && status_.depth == added && !paused_) readable_.Raise();
   status_.written += added;
   status_.refused += count - added;
   if (Served() == this) status_.ownWrites += added;
@@ -172,11 +206,12 @@ uint32_t Queue::depth() const {
 }
 
 void Queue::Close() {
-  Source reader, monitor;  // given up after the lock: a callback that is waited for may need it
+  Source reader, pauseEnd, monitor;  // given up after the lock: a callback that is waited for may need it
   std::lock_guard lock(mutex_);
   closed_ = true;
   if (std::exchange(above_, false)) loop_->Release();
   reader.swap(reader_);
+  pauseEnd.swap(pauseEnd_);
   monitor.swap(monitor_);
 }
 

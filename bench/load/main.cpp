@@ -15,7 +15,7 @@ namespace {
 
 struct Options {
   std::string host;
-  size_t queueBytes = 32 << 20;  ///< the host's default
+  size_t queueBytes = 8 << 20;  ///< the host's default
   double rate = 100'000;
   double seconds = 10;
   double minutes = 30;

@@ -17,9 +17,14 @@ namespace {
 
 /// A ring of pointers.
 struct Queue {
-  std::vector<void*> elements;
+  explicit Queue(uint32_t depth) : depth(depth), elements(std::bit_ceil(depth)) {}
+
+  const uint32_t depth;
+  std::vector<void*> elements;  ///< a power of two of them
   uint32_t first = 0, count = 0;
   uint32_t (*onReadable)(void* queue) = nullptr;
+
+  void*& At(uint32_t index) { return elements[index & (elements.size() - 1)]; }
 };
 std::vector<Queue*> g_queues;
 
@@ -98,7 +103,7 @@ uint32_t WUX_EPOLL_Destroy(uint32_t) { return 0; }
 uint32_t JEV_TaskCreate(const char*, uint32_t*, uint32_t (*)(void*), uint32_t, uint64_t, uint32_t, void*) { return 0; }
 
 void* WUX_QUE_CreateNew(const char*, uint32_t, uint32_t depth, uint32_t) {
-  return bench::g_queues.emplace_back(new Queue{std::vector<void*>(depth)});
+  return bench::g_queues.emplace_back(new Queue(depth));
 }
 uint32_t WUX_QUE_EpollReg(void* queue, uint32_t, uint32_t (*onReadable)(void*)) {
   static_cast<Queue*>(queue)->onReadable = onReadable;
@@ -107,15 +112,14 @@ uint32_t WUX_QUE_EpollReg(void* queue, uint32_t, uint32_t (*onReadable)(void*)) 
 uint32_t WUX_QUE_MonitorReg(void*, const QueueMonitor*, uint32_t (*)(uint32_t)) { return 0; }
 int32_t WUX_QUE_AsyWrite(void* handle, const void* element, uint32_t) {
   Queue& queue = *static_cast<Queue*>(handle);
-  if (queue.count == queue.elements.size()) return 0;
-  std::memcpy(&queue.elements[(queue.first + queue.count++) % queue.elements.size()], element, sizeof(void*));
+  if (queue.count == queue.depth) return 0;
+  std::memcpy(&queue.At(queue.first + queue.count++), element, sizeof(void*));
   return 1;
 }
 int32_t WUX_QUE_AsyRead(void* handle, void* element, uint32_t) {
   Queue& queue = *static_cast<Queue*>(handle);
   if (queue.count == 0) return 0;
-  std::memcpy(element, &queue.elements[queue.first], sizeof(void*));
-  queue.first = static_cast<uint32_t>((queue.first + 1) % queue.elements.size());
+  std::memcpy(element, &queue.At(queue.first++), sizeof(void*));
   --queue.count;
   return 1;
 }

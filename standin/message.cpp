@@ -159,18 +159,19 @@ void Fill(const Kind& kind, const void* payload, uint32_t length, StatisticsList
 /// Tells the ledger of the list's records, a run of one period at a time.
 void NotePeriods(const Kind& kind, const StatisticsList& list) {
   const auto* entry = reinterpret_cast<const uint8_t*>(list.words[1]);
-  uint32_t run = 0, period = 0;
-  for (uint64_t left = list.words[kind.countWord]; left > 0; --left, entry += kind.entrySize) {
-    uint32_t next;
-    std::memcpy(&next, entry + kind.periodOffset, sizeof next);
-    if (next != period) {
-      if (run > 0) standin::PeriodLedger::Get().AddUnpacked(period, run);
-      run = 0;
-      period = next;
-    }
-    ++run;
+  const auto periodOf = [&kind](const uint8_t* one) {
+    uint32_t period;
+    std::memcpy(&period, one + kind.periodOffset, sizeof period);
+    return period;
+  };
+  for (uint64_t left = list.words[kind.countWord]; left > 0;) {
+    const uint32_t period = periodOf(entry);
+    uint64_t run = 0;
+    do {
+      ++run, --left, entry += kind.entrySize;
+    } while (left > 0 && periodOf(entry) == period);
+    standin::PeriodLedger::Get().AddUnpacked(period, run);
   }
-  if (run > 0) standin::PeriodLedger::Get().AddUnpacked(period, run);
 }
 
 /// The list that the calling thread has in hand, by its message identifier.
